@@ -1,0 +1,20 @@
+// Console: the process's diagnostic output. `log` is the system log line (the
+// logger's debug echo, start-up notes); `print` is the plain standard output that
+// the database's file operations and the HTTP client write to. Thread-safe; each
+// call writes one whole line.
+#pragma once
+
+#include <bvgeo/platform/Export.hpp>
+
+#include <string_view>
+
+namespace bvgeo {
+
+class BVGEO_API Console {
+public:
+    virtual ~Console() = default;
+    virtual void log(std::string_view line) = 0;
+    virtual void print(std::string_view line) = 0;
+};
+
+} // namespace bvgeo

@@ -1,0 +1,83 @@
+#include <bvgeo/platform/linux/FileSettingsStore.hpp>
+
+#include <limits>
+
+namespace bvgeo {
+
+namespace {
+
+std::string parentOf(const std::string& path) {
+    auto slash = path.find_last_of('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+} // namespace
+
+FileSettingsStore::FileSettingsStore(std::string path, std::shared_ptr<FileSystem> files,
+                                     std::shared_ptr<Console> console)
+    : path_(std::move(path)), files_(std::move(files)), console_(std::move(console)) {
+    if (!files_->fileExists(path_)) return;
+    std::string contents;
+    if (auto read = files_->readFile(path_, contents); !read) {
+        console_->log("Settings file not read: " + read.error);
+        return;
+    }
+    auto parsed = nlohmann::json::parse(contents, nullptr, /*allow_exceptions=*/false);
+    if (!parsed.is_object()) {
+        console_->log("Settings file ignored, it does not hold a JSON object: " + path_);
+        return;
+    }
+    values_ = std::move(parsed);
+}
+
+std::optional<std::string> FileSettingsStore::string(std::string_view key) const {
+    std::lock_guard lock(mutex_);
+    auto it = values_.find(key);
+    if (it == values_.end() || !it->is_string()) return std::nullopt;
+    return it->get<std::string>();
+}
+
+std::optional<std::int64_t> FileSettingsStore::integer(std::string_view key) const {
+    std::lock_guard lock(mutex_);
+    auto it = values_.find(key);
+    if (it == values_.end()) return std::nullopt;
+    if (it->is_number_unsigned()) {
+        auto value = it->get<std::uint64_t>();
+        if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) return std::nullopt;
+        return static_cast<std::int64_t>(value);
+    }
+    if (it->is_number_integer()) return it->get<std::int64_t>();
+    return std::nullopt;
+}
+
+void FileSettingsStore::setString(std::string_view key, std::string value) {
+    std::lock_guard lock(mutex_);
+    values_[std::string(key)] = std::move(value);
+}
+
+void FileSettingsStore::setInteger(std::string_view key, std::int64_t value) {
+    std::lock_guard lock(mutex_);
+    values_[std::string(key)] = value;
+}
+
+void FileSettingsStore::remove(std::string_view key) {
+    std::lock_guard lock(mutex_);
+    if (auto it = values_.find(key); it != values_.end()) values_.erase(it);
+}
+
+bool FileSettingsStore::synchronize() {
+    std::lock_guard writing(writeMutex_);
+    std::string text;
+    {
+        std::lock_guard lock(mutex_);
+        // Replacing invalid UTF-8 keeps dump() from throwing on a stray byte in a value.
+        text = values_.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+    }
+    text += '\n';
+    if (auto parent = parentOf(path_); !parent.empty()) files_->createDirectories(parent);
+    auto written = files_->writeFileAtomically(path_, text);
+    if (!written) console_->log("Settings file not written: " + written.error);
+    return written.ok;
+}
+
+} // namespace bvgeo

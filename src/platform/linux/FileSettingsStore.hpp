@@ -1,0 +1,45 @@
+// FileSettingsStore: settings kept in memory and written as one JSON object to a
+// file, replaced atomically on synchronize(). The file is read once, at
+// construction; a file that does not hold a JSON object is ignored (with a console
+// line) and replaced by the next synchronize(). Thread-safe. The file system and
+// console must stay usable for the store's lifetime.
+#pragma once
+
+#include <bvgeo/platform/Console.hpp>
+#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/platform/FileSystem.hpp>
+#include <bvgeo/platform/SettingsStore.hpp>
+
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <mutex>
+
+namespace bvgeo {
+
+class BVGEO_API FileSettingsStore final : public SettingsStore {
+public:
+    FileSettingsStore(std::string path, std::shared_ptr<FileSystem> files, std::shared_ptr<Console> console);
+
+    std::optional<std::string> string(std::string_view key) const override;
+    std::optional<std::int64_t> integer(std::string_view key) const override;
+    void setString(std::string_view key, std::string value) override;
+    void setInteger(std::string_view key, std::int64_t value) override;
+    void remove(std::string_view key) override;
+    bool synchronize() override;
+
+    const std::string& path() const { return path_; }
+
+private:
+    const std::string path_;
+    std::shared_ptr<FileSystem> files_;
+    std::shared_ptr<Console> console_;
+
+    mutable std::mutex mutex_;
+    nlohmann::json values_ = nlohmann::json::object();
+    // Held across a whole synchronize() so that writes land in the order their
+    // snapshots were taken and the file ends with the newest one.
+    std::mutex writeMutex_;
+};
+
+} // namespace bvgeo

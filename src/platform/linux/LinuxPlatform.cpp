@@ -1,0 +1,75 @@
+#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+
+#include <bvgeo/platform/SimulatedLocationService.hpp>
+#include <bvgeo/platform/linux/FileSettingsStore.hpp>
+#include <bvgeo/platform/linux/LocalDateFormatter.hpp>
+#include <bvgeo/platform/linux/PosixFileSystem.hpp>
+#include <bvgeo/platform/linux/PowerSupplyDevice.hpp>
+#include <bvgeo/platform/linux/RandomUuidGenerator.hpp>
+#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
+#include <bvgeo/platform/linux/StaticApplication.hpp>
+#include <bvgeo/platform/linux/StreamConsole.hpp>
+#include <bvgeo/platform/linux/SystemClock.hpp>
+#include <bvgeo/platform/linux/ThreadDispatchQueues.hpp>
+
+#include <cstdlib>
+#include <vector>
+
+#include <pwd.h>
+#include <unistd.h>
+
+namespace bvgeo {
+
+namespace {
+
+constexpr const char* kSettingsFileName = "bvgeo-settings.json";
+
+std::string environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+// $HOME, else the account's home directory (services often run without HOME).
+std::string homeDirectory() {
+    if (auto home = environment("HOME"); !home.empty()) return home;
+    struct passwd entry {};
+    struct passwd* found = nullptr;
+    std::vector<char> buffer(16384);
+    if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found && found->pw_dir)
+        return found->pw_dir;
+    return ".";
+}
+
+} // namespace
+
+std::string defaultDocumentsDirectory() {
+    if (auto data = environment("XDG_DATA_HOME"); !data.empty()) return appendPathComponent(data, "bvgeo");
+    return appendPathComponent(homeDirectory(), ".local/share/bvgeo");
+}
+
+Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
+    const std::string documents =
+        options.documentsDirectory.empty() ? defaultDocumentsDirectory() : options.documentsDirectory;
+
+    Platform p;
+    p.clock = std::make_shared<SystemClock>();
+    auto mainQueue = std::make_shared<RunLoopMainQueue>();
+    if (options.mainQueueOnOwnThread) mainQueue->startThread();
+    p.mainQueue = mainQueue;
+    p.dispatchQueues = std::make_shared<ThreadDispatchQueues>();
+    auto files = std::make_shared<PosixFileSystem>(documents);
+    p.files = files;
+    p.console = std::make_shared<StreamConsole>();
+    p.settings = std::make_shared<FileSettingsStore>(appendPathComponent(documents, kSettingsFileName), files,
+                                                     p.console);
+    p.uuids = std::make_shared<RandomUuidGenerator>();
+    p.dateFormatter = std::make_shared<LocalDateFormatter>();
+    p.application = std::make_shared<StaticApplication>(options.applicationState, options.backgroundModes,
+                                                        options.shortVersion, options.applicationName);
+    p.device = std::make_shared<PowerSupplyDevice>(options.powerSupplyDirectory);
+    p.locationService =
+        options.locationService ? options.locationService : std::make_shared<SimulatedLocationService>();
+    return p;
+}
+
+} // namespace bvgeo

@@ -1,0 +1,16 @@
+// LocalDateFormatter: date text in the process's time zone (TZ, else the system's),
+// read once at construction. Stateless afterwards, so any thread may format.
+#pragma once
+
+#include <bvgeo/platform/DateFormatter.hpp>
+#include <bvgeo/platform/Export.hpp>
+
+namespace bvgeo {
+
+class BVGEO_API LocalDateFormatter final : public DateFormatter {
+public:
+    LocalDateFormatter();
+    std::string format(double secondsSince1970, std::string_view pattern) const override;
+};
+
+} // namespace bvgeo

@@ -1,0 +1,37 @@
+// PowerSupplyDevice: the machine as the library's "device", with the battery read
+// from a power-supply directory in the layout of /sys/class/power_supply (one
+// folder per supply with "type", "status" and "capacity" files). The files are read
+// on every query, so the answer is always current. Monitoring starts off, as on a
+// phone. Thread-safe.
+#pragma once
+
+#include <bvgeo/platform/Device.hpp>
+#include <bvgeo/platform/Export.hpp>
+
+#include <atomic>
+#include <optional>
+#include <string>
+
+namespace bvgeo {
+
+class BVGEO_API PowerSupplyDevice final : public Device {
+public:
+    explicit PowerSupplyDevice(std::string powerSupplyDirectory = "/sys/class/power_supply");
+
+    void setBatteryMonitoringEnabled(bool enabled) override;
+    bool isBatteryMonitoringEnabled() const override;
+    BatteryState batteryState() const override;
+    float batteryLevel() const override;
+    std::string model() const override;
+    std::string systemName() const override;
+    std::string systemVersion() const override;
+
+private:
+    // The first battery's folder, in name order; absent when there is none.
+    std::optional<std::string> batteryFolder() const;
+
+    const std::string directory_;
+    std::atomic<bool> monitoring_{false};
+};
+
+} // namespace bvgeo

@@ -1,0 +1,30 @@
+// StreamConsole: log lines to one stream (standard error by default), printed lines
+// to another (standard output). One mutex orders all lines, so lines from different
+// threads never interleave. The streams must outlive the console.
+#pragma once
+
+#include <bvgeo/platform/Console.hpp>
+#include <bvgeo/platform/Export.hpp>
+
+#include <iosfwd>
+#include <mutex>
+
+namespace bvgeo {
+
+class BVGEO_API StreamConsole final : public Console {
+public:
+    StreamConsole();
+    StreamConsole(std::ostream& logStream, std::ostream& printStream);
+
+    void log(std::string_view line) override;
+    void print(std::string_view line) override;
+
+private:
+    void write(std::ostream& stream, std::string_view line);
+
+    std::mutex mutex_;
+    std::ostream& log_;
+    std::ostream& print_;
+};
+
+} // namespace bvgeo

@@ -1,0 +1,14 @@
+// SystemClock: the wall clock of the machine. Stateless, so any thread may read it.
+#pragma once
+
+#include <bvgeo/platform/Clock.hpp>
+#include <bvgeo/platform/Export.hpp>
+
+namespace bvgeo {
+
+class BVGEO_API SystemClock final : public Clock {
+public:
+    double currentTime() const override;
+};
+
+} // namespace bvgeo

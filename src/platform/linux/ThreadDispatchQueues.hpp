@@ -1,0 +1,16 @@
+// ThreadDispatchQueues: makes serial queues that each run on a thread of their own
+// (ThreadSerialQueue). Holds nothing itself; a queue lives as long as its users keep
+// it. Any thread may make queues.
+#pragma once
+
+#include <bvgeo/platform/DispatchQueue.hpp>
+#include <bvgeo/platform/Export.hpp>
+
+namespace bvgeo {
+
+class BVGEO_API ThreadDispatchQueues final : public DispatchQueueFactory {
+public:
+    std::shared_ptr<DispatchQueue> makeSerialQueue(std::string label) override;
+};
+
+} // namespace bvgeo
