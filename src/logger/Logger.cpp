@@ -1,0 +1,62 @@
+#include "logger/Logger.hpp"
+
+#include <bvgeo/platform/Platform.hpp>
+#include <bvgeo/platform/SharedInstance.hpp>
+
+#include <atomic>
+#include <string>
+
+namespace bvgeo {
+
+namespace {
+// A shared instance, so that resetting the library's shared state brings debug
+// mode back on with everything else.
+struct DebugMode {
+    std::atomic<bool> enabled{true};
+};
+
+std::atomic<bool>& debugFlag() {
+    static SharedInstance<DebugMode> slot;
+    return slot.get([] { return std::make_unique<DebugMode>(); }).enabled;
+}
+} // namespace
+
+void Logger::log(std::string_view message, LogCategory category, std::string_view function, int line) {
+    const auto& environment = platform();
+    // One reading serves both the text and the column, so they never disagree.
+    const std::int64_t now = environment.clock->now();
+    Log record;
+    record.message = formatMessage(environment.dateFormatter->format(static_cast<double>(now), "yyyy-MM-dd HH:mm:ss"),
+                                   function, line, message);
+    record.timestamp = now;
+    record.category = category;
+    saveLogToDatabase(record);
+
+    if (debugMode()) {
+        std::string echo;
+        echo.reserve(function.size() + message.size() + 20);
+        echo.append(function).append(" [Line ").append(std::to_string(line)).append("]: ").append(message);
+        environment.console->log(echo);
+    }
+}
+
+void Logger::saveLogToDatabase(const Log& record) {
+    // A log row that cannot be written is dropped; the connection reports the failure.
+    (void)Log::save(record);
+}
+
+bool Logger::debugMode() { return debugFlag().load(std::memory_order_relaxed); }
+
+void Logger::setDebugMode(bool enabled) { debugFlag().store(enabled, std::memory_order_relaxed); }
+
+std::string Logger::formatMessage(std::string_view localTime, std::string_view function, int line,
+                                  std::string_view text) {
+    const auto lineText = std::to_string(line);
+    std::string out;
+    out.reserve(localTime.size() + function.size() + lineText.size() + text.size() + 16);
+    out.append("[").append(localTime).append("] - ").append(function);
+    out.append(" [Line ").append(lineText).append("]: ").append(text);
+    return out;
+}
+
+} // namespace bvgeo

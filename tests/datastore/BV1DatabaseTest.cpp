@@ -1,0 +1,177 @@
+#include "support/LibraryTest.hpp"
+#include "support/StoredLogs.hpp"
+
+#include "datastore/BV1Database.hpp"
+#include "models/Log.hpp"
+
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace bvgeo::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+// Rows of `sql` run on the file at `path` through a connection of its own; the
+// columns of a row joined by '|', NULL as "NULL".
+std::vector<std::string> query(const std::string& path, const std::string& sql) {
+    std::vector<std::string> rows;
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+        auto collect = [](void* out, int count, char** values, char**) {
+            std::string row;
+            for (int i = 0; i < count; ++i) row += (i ? "|" : "") + std::string(values[i] ? values[i] : "NULL");
+            static_cast<std::vector<std::string>*>(out)->push_back(row);
+            return 0;
+        };
+        sqlite3_exec(db, sql.c_str(), collect, &rows, nullptr);
+    }
+    sqlite3_close(db);
+    return rows;
+}
+
+std::vector<std::string> columns(const std::string& path, const std::string& table) {
+    return query(path, "SELECT name, type, dflt_value, pk FROM pragma_table_info('" + table + "')");
+}
+
+bool exists(const std::string& path) { return std::filesystem::exists(path); }
+
+Log logRow(std::string message) {
+    Log row;
+    row.message = std::move(message);
+    row.timestamp = 1'500'000'000;
+    return row;
+}
+
+using BV1DatabaseTest = LibraryTest;
+
+TEST_F(BV1DatabaseTest, NewFileCarriesTheVersionOneSchemaInWalMode) {
+    BV1Database database;
+    const auto path = database.path();
+    EXPECT_EQ(path, sim().documentsDirectory() + "/BVGDatabase.sqlite");
+    EXPECT_EQ(database.getDatabaseVersion(), 1);
+
+    EXPECT_THAT(columns(path, "log"), ElementsAre("id|INTEGER|NULL|1", "message|TEXT|NULL|0",
+                                                  "category|TEXT|NULL|0", "timestamp|INTEGER|0|0"));
+    EXPECT_THAT(columns(path, "fence"),
+                ElementsAre("id|TEXT|NULL|1", "name|TEXT|NULL|0", "latitude|TEXT|NULL|0", "longitude|TEXT|NULL|0",
+                            "radius|REAL|NULL|0", "content_ids|TEXT|NULL|0", "current_zone|INTEGER|0|0"));
+    EXPECT_THAT(columns(path, "locations"),
+                ElementsAre("id|INTEGER|NULL|1", "latitude|REAL|NULL|0", "longitude|REAL|NULL|0",
+                            "timestamp|INTEGER|0|0", "type|TEXT|NULL|0"));
+    EXPECT_THAT(columns(path, "trigger"),
+                ElementsAre("id|INTEGER|NULL|1", "device_id|TEXT|NULL|0", "fence_id|TEXT|NULL|0",
+                            "fence_name|TEXT|NULL|0", "event|TEXT|NULL|0", "timestamp|INTEGER|0|0",
+                            "location_event|TEXT|'unknown'|0"));
+    EXPECT_THAT(columns(path, "activeFences"), ElementsAre("id|INTEGER|NULL|1", "fence_id|TEXT|NULL|0",
+                                                           "activated_at|INTEGER|0|0", "last_trigger_at|INTEGER|0|0"));
+    EXPECT_THAT(query(path, "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite%' ORDER BY name"),
+                ElementsAre("index|ActiveFencesUniqueId", "table|activeFences", "table|fence", "table|locations",
+                            "table|log", "table|trigger"));
+    EXPECT_THAT(query(path, "SELECT \"unique\" FROM pragma_index_list('activeFences')"), ElementsAre("1"));
+    EXPECT_THAT(query(path, "PRAGMA user_version"), ElementsAre("1"));
+    EXPECT_THAT(query(path, "PRAGMA journal_mode"), ElementsAre("wal"));
+
+    // No schema text exists beyond version 1.
+    const auto before = query(path, "SELECT sql FROM sqlite_master");
+    database.createMigratedDatabase(2);
+    EXPECT_EQ(query(path, "SELECT sql FROM sqlite_master"), before);
+    EXPECT_EQ(database.getDatabaseVersion(), 1);
+}
+
+TEST_F(BV1DatabaseTest, MoveAndRenameArchivesTheFileAndStartsAFreshOne) {
+    ASSERT_TRUE(Log::save(logRow("before the move")));
+    BV1Database database;
+    EXPECT_FALSE(database.checkIfNewFileExists("archive"));
+
+    database.moveAndRenameDatabase("archive");
+    const auto archive = sim().documentsDirectory() + "/archive.sqlite";
+    EXPECT_THAT(sim().console->printedLines(), ElementsAre("Move successful"));
+    EXPECT_TRUE(database.checkIfNewFileExists("archive"));
+    EXPECT_FALSE(exists(archive + "-wal"));
+    EXPECT_FALSE(exists(archive + "-shm"));
+    EXPECT_FALSE(exists(database.path() + "-wal"));
+    EXPECT_THAT(query(archive, "SELECT message FROM log"), ElementsAre("before the move"));
+
+    // The next access starts a new file with the schema and none of the old rows.
+    EXPECT_TRUE(storedMessages().empty());
+    ASSERT_TRUE(Log::save(logRow("after the move")));
+
+    // An archive of that name exists already: both files stay as they are.
+    sim().console->clear();
+    BV1Database().moveAndRenameDatabase("archive");
+    ASSERT_EQ(sim().console->printedLines().size(), 1u);
+    EXPECT_THAT(sim().console->printedLines()[0], StartsWith("Moved failed with error: "));
+    EXPECT_GT(sim().console->printedLines()[0].size(), std::string("Moved failed with error: ").size());
+    EXPECT_THAT(storedMessages(), ElementsAre("after the move"));
+    EXPECT_THAT(query(archive, "SELECT message FROM log"), ElementsAre("before the move"));
+
+    // Nothing at the source: nothing to move.
+    sim().console->clear();
+    BV1Database other("Other.sqlite");
+    BV1Database::closeAll();
+    std::filesystem::remove(other.path());
+    other.moveAndRenameDatabase("other-archive");
+    EXPECT_THAT(sim().console->printedLines(), ElementsAre("File not found"));
+    EXPECT_FALSE(other.checkIfNewFileExists("other-archive"));
+}
+
+TEST_F(BV1DatabaseTest, RemoveDatabaseDeletesTheFileAndItsRows) {
+    ASSERT_TRUE(Log::save(logRow("doomed")));
+    const auto path = BV1Database().path();
+
+    BV1Database::removeDatabase();
+    EXPECT_THAT(sim().console->printedLines(), ElementsAre("Remove Database successful"));
+    EXPECT_FALSE(exists(path));
+    EXPECT_FALSE(exists(path + "-wal"));
+
+    EXPECT_TRUE(storedMessages().empty());
+    EXPECT_TRUE(exists(path));
+}
+
+TEST_F(BV1DatabaseTest, UnusableLocationFailsQuietlyWithOneConsoleLine) {
+    // A plain file where the documents directory should be: it cannot be created.
+    const auto documents = sim().documentsDirectory();
+    std::filesystem::remove_all(documents);
+    std::ofstream(documents) << "not a directory";
+
+    EXPECT_FALSE(BV1Database::executeStatements("DELETE FROM log;"));
+    EXPECT_FALSE(Log::save(logRow("lost")));
+    EXPECT_TRUE(Log::getLogsFromDatabase().empty());
+    EXPECT_EQ(BV1Database().getDatabaseVersion(), -1);
+    ASSERT_EQ(sim().console->logLines().size(), 1u);
+    EXPECT_THAT(sim().console->logLines()[0], HasSubstr(documents + "/BVGDatabase.sqlite"));
+}
+
+TEST_F(BV1DatabaseTest, FileThatIsNotADatabaseIsLeftUntouched) {
+    const auto path = sim().documentsDirectory() + "/BVGDatabase.sqlite";
+    const std::string garbage(4096, 'x');
+    std::ofstream(path, std::ios::binary) << garbage;
+
+    EXPECT_FALSE(Log::save(logRow("lost")));
+    EXPECT_FALSE(BV1Database::executeUpdate("DELETE FROM log", {}));
+    ASSERT_EQ(sim().console->logLines().size(), 1u);
+    EXPECT_THAT(sim().console->logLines()[0], HasSubstr(path));
+    std::ifstream in(path, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), garbage);
+}
+
+TEST_F(BV1DatabaseTest, FailedStatementsReportOncePerStreak) {
+    const std::string bad = "INSERT INTO no_such_table (x) VALUES (?)";
+    EXPECT_FALSE(BV1Database::executeUpdate(bad, {std::int64_t{1}}));
+    EXPECT_FALSE(BV1Database::executeUpdate(bad, {std::int64_t{2}}));
+    EXPECT_EQ(sim().console->logLines().size(), 1u);
+    EXPECT_THAT(sim().console->logLines()[0], HasSubstr("no_such_table"));
+
+    EXPECT_TRUE(Log::save(logRow("fine")));
+    EXPECT_FALSE(BV1Database::executeUpdate(bad, {std::int64_t{3}}));
+    EXPECT_EQ(sim().console->logLines().size(), 2u);
+}
+
+} // namespace
+} // namespace bvgeo::testing
