@@ -1,0 +1,104 @@
+// BVGeoTracker: the one object a host talks to. Configure it once (application id,
+// trigger mode, environment), optionally tune it, register a delegate, then start
+// and stop tracking. Every other part of the library reads its settings from here.
+//
+// All operations may be called from any thread; properties are read as whole
+// copies. The delegate is always called on the main queue. Nothing throws.
+#pragma once
+
+#include <bvgeo/BVError.hpp>
+#include <bvgeo/BVTrigger.hpp>
+#include <bvgeo/ConfigOptions.hpp>
+#include <bvgeo/platform/Export.hpp>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bvgeo {
+
+class BVGeoTracker;
+
+class BVGEO_API BVGeoTrackerDelegate {
+public:
+    virtual ~BVGeoTrackerDelegate() = default;
+    // Once per trigger, on the main queue, after the trigger was stored.
+    virtual void BVGeoTrackerOnFenceTriggered(BVGeoTracker& tracker, std::shared_ptr<BVTrigger> trigger) = 0;
+};
+
+// The API and assets base URLs of one environment.
+struct BVGEO_API EnvironmentURLs {
+    std::string apiBase;    // ends in "/api/v1/app/"
+    std::string assetsBase; // ends in "/"
+};
+
+class BVGEO_API BVGeoTracker {
+public:
+    static BVGeoTracker& sharedInstance();
+
+    void configure(const std::string& appId, int triggerMode = 0, int environment = 0);
+    void setParameters(double accuracy = kLocationAccuracyHundredMeters, double distanceFilter = 50.0,
+                       std::int64_t cacheExpiration = 3600, double zoneInterval = 0.2, std::int64_t lingerTime = 300,
+                       std::int64_t maxLingerTime = 7200, double requestRetryInterval = 120.0);
+    void start();
+    void stop();
+    void setTriggerDelegate(std::shared_ptr<BVGeoTrackerDelegate> delegate);
+    bool verifyParams(const std::optional<std::string>& appId);
+    std::string getDeviceId();
+    std::string getAppId() const;
+    void log(const std::string& message);
+
+    // Archives the database as `name`.sqlite beside it and starts afresh. Both
+    // closures run on the caller's thread before this returns.
+    void reset(const std::string& name, const std::function<void()>& success,
+               const std::function<void(const BVError& error)>& failure);
+
+    // Every stored trigger, oldest first.
+    std::vector<std::shared_ptr<BVTrigger>> listTriggers();
+
+    // Replaces the base URLs of one environment; takes effect at the next configure.
+    void setEnvironmentURLs(BVEnvironment environment, EnvironmentURLs urls);
+    EnvironmentURLs environmentURLs(BVEnvironment environment) const;
+
+    // Properties.
+    std::string apiUrl() const;
+    void setApiUrl(std::string url);
+    std::string zonesBaseUrl() const;
+    void setZonesBaseUrl(std::string url);
+    bool isDebug() const;
+    void setIsDebug(bool debug);
+    BVEnvironment environment() const;
+    configOptions config() const;
+    std::string appId() const;
+    void setAppId(std::string appId);
+    bool isConfigured() const { return isConfigured_.load(std::memory_order_acquire); }
+    void setIsConfigured(bool configured) { isConfigured_.store(configured, std::memory_order_release); }
+    TriggerMode triggerMode() const;
+    std::shared_ptr<BVGeoTrackerDelegate> delegate() const;
+    void setDelegate(std::shared_ptr<BVGeoTrackerDelegate> delegate);
+
+    BVGeoTracker(const BVGeoTracker&) = delete;
+    BVGeoTracker& operator=(const BVGeoTracker&) = delete;
+    ~BVGeoTracker();
+
+private:
+    BVGeoTracker();
+
+    mutable std::mutex mutex_; // guards the fields below; held for a few instructions
+    std::string apiUrl_;
+    std::string zonesBaseUrl_;
+    BVEnvironment environment_ = BVEnvironment::PRODUCTION;
+    configOptions config_;
+    std::string appId_;
+    TriggerMode triggerMode_ = TriggerMode::BOTH;
+    std::shared_ptr<BVGeoTrackerDelegate> delegate_;
+    EnvironmentURLs urls_[4];
+
+    std::atomic<bool> isConfigured_{false};
+};
+
+} // namespace bvgeo

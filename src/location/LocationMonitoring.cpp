@@ -1,0 +1,42 @@
+#include "location/LocationMonitoring.hpp"
+
+#include "fence/FenceManager.hpp"
+#include "logger/Logger.hpp"
+#include "trigger/TriggerManager.hpp"
+
+namespace bvgeo {
+
+void LocationMonitoring::triggerActiveFences(const Location& location, TriggerLocationEventType type,
+                                             FenceProcessingCallback callback) {
+    getInsideFences(location, [type, callback = std::move(callback)](FenceList inside) {
+        auto fences = std::make_shared<const FenceList>(std::move(inside));
+        callTriggerFences(*fences, type, [fences, callback](const ActiveFenceList& active) {
+            if (callback) callback(*fences, active);
+        });
+    });
+}
+
+void LocationMonitoring::getInsideFences(const Location& location, std::function<void(FenceList fences)> success) {
+    getFencesForLocation(location, [location, success = std::move(success)](std::shared_ptr<const FenceIndex> list) {
+        success(list->insideFences(location.latitude, location.longitude));
+    });
+}
+
+void LocationMonitoring::getFencesForLocation(const Location& location,
+                                              std::function<void(std::shared_ptr<const FenceIndex> fences)> success) {
+    FenceManager::sharedInstance().getFenceList(location.latitude, location.longitude, std::move(success));
+}
+
+bool LocationMonitoring::isLocationInsideFence(const Location& location, const Fence& fence) {
+    return bvgeo::isLocationInsideFence(location.latitude, location.longitude, fence);
+}
+
+void LocationMonitoring::callTriggerFences(FenceList fences, TriggerLocationEventType type,
+                                           std::function<void(const ActiveFenceList& activeFences)> success) {
+    std::string text = "Inside Fences: ";
+    for (const auto& fence : fences) text += fence->id + ", ";
+    Logger::log(text, LogCategory::FENCE, "callTriggerFences(_:triggerLocationEventType:success:)", 62);
+    TriggerManager::processInsideFences(std::move(fences), type, std::move(success));
+}
+
+} // namespace bvgeo
