@@ -1,0 +1,119 @@
+#include "models/Fence.hpp"
+
+#include "datastore/BV1Database.hpp"
+
+#include <bvgeo/BVGeoTracker.hpp>
+#include <bvgeo/platform/NumberText.hpp>
+
+#include <nlohmann/json.hpp>
+
+namespace bvgeo {
+
+namespace {
+
+// Coordinates live in TEXT columns as the number's own text: whole numbers without
+// a fractional part ("100"), others in their shortest exact form ("-23.5").
+std::string coordinateText(double value) {
+    std::string text = doubleText(value);
+    if (text.size() > 2 && text.compare(text.size() - 2, 2, ".0") == 0) text.resize(text.size() - 2);
+    return text;
+}
+
+} // namespace
+
+std::optional<Fence> Fence::fenceFromJson(const nlohmann::json& object) {
+    Fence fence;
+    if (!object.is_object()) return std::nullopt;
+    if (auto it = object.find("_id"); it != object.end() && it->is_string()) fence.id = it->get<std::string>();
+    if (auto it = object.find("name"); it != object.end() && it->is_string()) fence.name = it->get<std::string>();
+    if (auto location = object.find("location"); location != object.end() && location->is_object()) {
+        if (auto type = location->find("type"); type != location->end() && type->is_string() && *type != "Point")
+            return std::nullopt;
+        if (auto coordinates = location->find("coordinates");
+            coordinates != location->end() && coordinates->is_array()) {
+            if (coordinates->size() < 2 || !(*coordinates)[0].is_number() || !(*coordinates)[1].is_number())
+                return std::nullopt;
+            fence.longitude = (*coordinates)[0].get<double>();
+            fence.latitude = (*coordinates)[1].get<double>();
+        }
+    }
+    if (auto it = object.find("radius"); it != object.end() && it->is_number()) fence.radius = it->get<double>();
+    if (auto it = object.find("content_ids"); it != object.end() && it->is_array()) {
+        for (const auto& element : *it)
+            if (element.is_string()) fence.content_ids.push_back(element.get<std::string>());
+    }
+    return fence;
+}
+
+namespace {
+
+constexpr const char* kInsertFence =
+    "INSERT OR REPLACE INTO fence (id , name , latitude , longitude, radius, content_ids, current_zone) "
+    "VALUES (?, ?, ?, ?, ?, ?, ?)";
+
+SqlValues fenceValues(const Fence& fence) {
+    return {fence.id, fence.name, coordinateText(fence.latitude), coordinateText(fence.longitude), fence.radius,
+            Fence::serializeArray(fence.content_ids), std::int64_t{fence.current_zone ? 1 : 0}};
+}
+
+const char* clearStatement(bool keepFences) {
+    return keepFences ? "UPDATE fence SET current_zone = 0" : "DELETE FROM fence";
+}
+
+} // namespace
+
+bool Fence::save(const Fence& fence) { return BV1Database::executeUpdate(kInsertFence, fenceValues(fence)); }
+
+// The clearing and every insert form one transaction: a zone file is stored whole
+// or not at all, and a large one is written in one commit.
+bool Fence::saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences) {
+    std::vector<SqlStatement> statements;
+    statements.reserve(fences.size() + 1);
+    statements.push_back({clearStatement(BVGeoTracker::sharedInstance().isDebug()), {}});
+    for (const auto& fence : fences)
+        if (fence) statements.push_back({kInsertFence, fenceValues(*fence)});
+    return BV1Database::executeBatch(statements);
+}
+
+bool Fence::clearFenceCache(bool keepFences) { return BV1Database::executeStatements(clearStatement(keepFences)); }
+
+std::vector<std::shared_ptr<Fence>> Fence::getFences(bool onlyCurrentZone) {
+    std::vector<std::shared_ptr<Fence>> fences;
+    std::string sql = "SELECT * FROM fence";
+    if (onlyCurrentZone) sql += " WHERE current_zone = 1";
+    BV1Database database;
+    database.getDatabase().executeQuery(sql, {}, [&](const DatabaseRow& row) {
+        auto fence = std::make_shared<Fence>();
+        fence->id = row.stringForColumn("id");
+        fence->name = row.stringForColumn("name");
+        fence->latitude = row.doubleForColumn("latitude");
+        fence->longitude = row.doubleForColumn("longitude");
+        fence->radius = row.doubleForColumn("radius");
+        fence->content_ids = deserializeArray(row.stringForColumn("content_ids"));
+        fence->current_zone = row.int64ForColumn("current_zone") == 1;
+        fences.push_back(std::move(fence));
+    });
+    return fences;
+}
+
+std::string Fence::serializeArray(const std::vector<std::string>& values) {
+    std::string text;
+    for (const auto& value : values) {
+        if (text.empty())
+            text = value;
+        else
+            text += ", " + value;
+    }
+    return text;
+}
+
+std::vector<std::string> Fence::deserializeArray(const std::string& text) {
+    std::vector<std::string> pieces;
+    std::size_t start = 0;
+    for (std::size_t at; (at = text.find(", ", start)) != std::string::npos; start = at + 2)
+        pieces.push_back(text.substr(start, at - start));
+    pieces.push_back(text.substr(start));
+    return pieces;
+}
+
+} // namespace bvgeo

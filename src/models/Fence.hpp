@@ -1,0 +1,48 @@
+// Fence: a named circle on the earth (centre in degrees, radius in metres) with its
+// content identifiers, as read from a zone file or the fence table. Shared by the
+// lists that hold it; its fields are set only while it is being built. The table
+// operations run on the caller's thread.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bvgeo {
+
+class Fence {
+public:
+    Fence() = default;
+    Fence(std::string id, std::string name, double latitude, double longitude, double radius,
+          std::vector<std::string> content_ids, bool current_zone)
+        : id(std::move(id)), name(std::move(name)), latitude(latitude), longitude(longitude), radius(radius),
+          content_ids(std::move(content_ids)), current_zone(current_zone) {}
+
+    std::string id;
+    std::string name;
+    double latitude = 0.0;
+    double longitude = 0.0;
+    double radius = 0.0;
+    std::vector<std::string> content_ids;
+    bool current_zone = true;
+
+    // One element of a zone file's "fences" array. No fence when the location's
+    // type is text other than "Point", or its coordinates are not two numbers.
+    static std::optional<Fence> fenceFromJson(const nlohmann::json& object);
+
+    static bool save(const Fence& fence);
+    // Clears the table (in debug mode: marks every row not current), then saves each
+    // fence in order, all in one transaction: on any failure nothing changes.
+    static bool saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences);
+    static bool clearFenceCache(bool keepFences = false);
+    static std::vector<std::shared_ptr<Fence>> getFences(bool onlyCurrentZone = true);
+
+    // Content identifiers joined with ", " (empty leading elements vanish) and split again.
+    static std::string serializeArray(const std::vector<std::string>& values);
+    static std::vector<std::string> deserializeArray(const std::string& text);
+};
+
+} // namespace bvgeo

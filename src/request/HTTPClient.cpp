@@ -1,0 +1,223 @@
+#include "request/HTTPClient.hpp"
+
+#include <bvgeo/platform/Platform.hpp>
+#include <bvgeo/platform/SharedInstance.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <string_view>
+
+namespace bvgeo {
+
+namespace {
+
+// The JSON library decodes iteratively but encodes recursively; an answer nested
+// deeper than this would be re-encoded by parseResponse at the risk of the thread's
+// stack, so it is refused before decoding.
+constexpr int kMaxNesting = 512;
+
+bool withinNestingLimit(std::string_view text) {
+    int depth = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (char c : text) {
+        if (inString) {
+            if (escaped) escaped = false;
+            else if (c == '\\') escaped = true;
+            else if (c == '"') inString = false;
+            continue;
+        }
+        if (c == '"') inString = true;
+        else if (c == '[' || c == '{') {
+            if (++depth > kMaxNesting) return false;
+        } else if (c == ']' || c == '}') --depth;
+    }
+    return true;
+}
+
+HTTPError decodingError(int code, std::string description) {
+    return HTTPError{std::string(kHTTPDecodingErrorDomain), code, std::move(description)};
+}
+
+} // namespace
+
+HTTPClient& HTTPClient::sharedInstance() {
+    static SharedInstance<HTTPClient> slot;
+    return slot.get([] { return std::unique_ptr<HTTPClient>(new HTTPClient()); });
+}
+
+HTTPClient::HTTPClient() = default;
+
+HTTPClient::~HTTPClient() {
+    // Joined outside the lock: a completion finishing meanwhile takes it.
+    std::unique_ptr<CurlTransport> transport;
+    {
+        std::lock_guard lock(mutex_);
+        transport = std::move(transport_);
+    }
+    transport.reset();
+    std::lock_guard lock(mutex_);
+    inFlight_ = 0;
+    idle_.notify_all();
+}
+
+URLRequest HTTPClient::request(const std::string& url, HTTPMethod method,
+                               const std::optional<nlohmann::json>& parameters,
+                               const std::optional<nlohmann::json>& headers) const {
+    URLRequest request(url, method);
+    if (parameters) {
+        try {
+            request.body = parameters->dump();
+        } catch (const std::exception&) {
+            // Text that is not valid UTF-8 cannot be encoded; the request goes without a body.
+        }
+        request.add("Content-Type", "application/json");
+        request.add("Accept", "application/json");
+    }
+    if (headers && headers->is_object()) {
+        for (const auto& [name, value] : headers->items()) {
+            if (value.is_string()) request.add(name, value.get_ref<const std::string&>());
+        }
+    }
+    return request;
+}
+
+CurlTransport* HTTPClient::transport() {
+    if (!transport_) {
+        try {
+            transport_ = std::make_unique<CurlTransport>();
+        } catch (const std::exception&) {
+            return nullptr;
+        }
+    }
+    return transport_.get();
+}
+
+void HTTPClient::performTask(URLRequest request, Success success, Failure failure) {
+    CurlTransport* sender = nullptr;
+    {
+        std::lock_guard lock(mutex_);
+        sender = transport();
+        if (sender) ++inFlight_;
+    }
+    if (!sender) {
+        // Without a transport thread the failure still must not run inside this call.
+        HTTPError error{std::string(kHTTPTransportErrorDomain), -1, "The HTTP transport could not be started"};
+        platform().console->log("ERROR: " + error.description);
+        if (failure) platform().mainQueue->async([failure, error] { failure(HTTPResponse{}, error); });
+        return;
+    }
+    try {
+        CurlTransport::Options options{timeout_.load(), maxResponseBytes_.load()};
+        sender->submit(std::move(request), options,
+                       [this, success = std::move(success), failure = std::move(failure)](CurlTransport::Result& result) {
+                           complete(result, success, failure);
+                           finishOne();
+                       });
+    } catch (const std::exception&) {
+        finishOne();
+    }
+}
+
+void HTTPClient::performRequest(const URLRequest& request, Success success, Failure failure) {
+    performTask(request, std::move(success), std::move(failure));
+}
+
+void HTTPClient::get(const std::string& url, const std::optional<nlohmann::json>& headers, Success success,
+                     Failure failure) {
+    performTask(request(url, HTTPMethod::GET, std::nullopt, headers), std::move(success), std::move(failure));
+}
+
+void HTTPClient::post(const std::string& url, const std::optional<nlohmann::json>& parameters,
+                      const std::optional<nlohmann::json>& headers, Success success, Failure failure) {
+    performTask(request(url, HTTPMethod::POST, parameters, headers), std::move(success), std::move(failure));
+}
+
+void HTTPClient::put(const std::string& url, const std::optional<nlohmann::json>& parameters,
+                     const std::optional<nlohmann::json>& headers, Success success, Failure failure) {
+    performTask(request(url, HTTPMethod::PUT, parameters, headers), std::move(success), std::move(failure));
+}
+
+void HTTPClient::del(const std::string& url, const std::optional<nlohmann::json>& headers, Success success,
+                     Failure failure) {
+    performTask(request(url, HTTPMethod::DELETE, std::nullopt, headers), std::move(success), std::move(failure));
+}
+
+nlohmann::json HTTPClient::parseResponse(const nlohmann::json& data) {
+    try {
+        auto fresh = nlohmann::json::parse(data.dump());
+        if (fresh.is_object()) return fresh;
+    } catch (const std::exception&) {
+    }
+    return nlohmann::json::object();
+}
+
+void HTTPClient::complete(CurlTransport::Result& result, const Success& success, const Failure& failure) {
+    auto& console = *platform().console;
+    try {
+        if (result.code != 0) {
+            HTTPError error{std::string(kHTTPTransportErrorDomain), result.code, result.errorDescription};
+            console.log("ERROR: " + error.description);
+            if (failure) failure(HTTPResponse{}, error);
+            return;
+        }
+
+        nlohmann::json data;
+        std::optional<HTTPError> error;
+        if (!withinNestingLimit(result.body)) {
+            error = decodingError(kHTTPErrorTooDeep,
+                                  "The JSON text is nested deeper than " + std::to_string(kMaxNesting) + " levels");
+        } else {
+            try {
+                data = nlohmann::json::parse(result.body);
+            } catch (const nlohmann::json::exception& e) {
+                error = decodingError(e.id, e.what());
+            } catch (const std::exception& e) {
+                error = decodingError(-1, e.what());
+            }
+        }
+        if (error) {
+            console.log("Error serializing data: " + error->description);
+            if (failure) failure(result.response, *error);
+            return;
+        }
+        if (!data.is_object()) {
+            if (failure) failure(result.response, decodingError(kHTTPErrorNotAnObject, "The response is not a JSON object"));
+            return;
+        }
+
+        const nlohmann::json dictionary = parseResponse(data);
+        console.print(dictionary.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+        if (success) success(dictionary, result.response);
+    } catch (...) {
+        // A callback that throws must not end the transport thread and every
+        // request after it.
+    }
+}
+
+void HTTPClient::finishOne() {
+    std::lock_guard lock(mutex_);
+    if (inFlight_ > 0 && --inFlight_ == 0) idle_.notify_all();
+}
+
+void HTTPClient::setRequestTimeout(double seconds) {
+    timeout_.store(std::isfinite(seconds) && seconds > 0 ? seconds : kDefaultRequestTimeout);
+}
+
+double HTTPClient::requestTimeout() const { return timeout_.load(); }
+
+void HTTPClient::setMaxResponseBytes(std::size_t bytes) { maxResponseBytes_.store(bytes); }
+
+std::size_t HTTPClient::inFlight() const {
+    std::lock_guard lock(mutex_);
+    return inFlight_;
+}
+
+bool HTTPClient::waitUntilIdle(double timeoutSeconds) const {
+    std::unique_lock lock(mutex_);
+    auto limit = std::chrono::duration<double>(std::max(0.0, timeoutSeconds));
+    return idle_.wait_for(lock, limit, [this] { return inFlight_ == 0; });
+}
+
+} // namespace bvgeo

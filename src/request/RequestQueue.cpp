@@ -1,0 +1,146 @@
+#include "request/RequestQueue.hpp"
+
+#include "logger/Logger.hpp"
+#include "request/HTTPClient.hpp"
+
+#include <bvgeo/BVGeoTracker.hpp>
+#include <bvgeo/platform/Platform.hpp>
+#include <bvgeo/platform/SharedInstance.hpp>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+namespace bvgeo {
+
+namespace {
+
+// Takes the first element out, or nothing; with the lock held for just that.
+std::optional<URLRequest> front(std::mutex& mutex, const std::deque<URLRequest>& list) {
+    std::lock_guard lock(mutex);
+    if (list.empty()) return std::nullopt;
+    return list.front();
+}
+
+void removeFirstEqual(std::mutex& mutex, std::deque<URLRequest>& list, const URLRequest& request) {
+    std::lock_guard lock(mutex);
+    auto found = std::find(list.begin(), list.end(), request);
+    if (found != list.end()) list.erase(found);
+}
+
+} // namespace
+
+RequestQueue& RequestQueue::sharedInstance() {
+    static SharedInstance<RequestQueue> slot;
+    return slot.get([] { return std::unique_ptr<RequestQueue>(new RequestQueue()); });
+}
+
+RequestQueue::RequestQueue() = default;
+RequestQueue::~RequestQueue() = default;
+
+// The timers reach the queue through sharedInstance() rather than `this`: a timer
+// may outlive the instance that set it (a test resetting the shared instances).
+void RequestQueue::setupTimer() {
+    platform().mainQueue->async([] {
+        const auto config = BVGeoTracker::sharedInstance().config();
+        platform().mainQueue->scheduleTimer(config.requestQueueTimer, config.requestQueueTolerance,
+                                            [] { RequestQueue::sharedInstance().processQueue(); });
+    });
+}
+
+void RequestQueue::setupRetryTimer() {
+    platform().mainQueue->async([] {
+        const auto config = BVGeoTracker::sharedInstance().config();
+        platform().mainQueue->scheduleTimer(config.requestQueueRetryInterval, config.requestQueueTolerance,
+                                            [] { RequestQueue::sharedInstance().processRetryQueue(); });
+    });
+}
+
+void RequestQueue::addRequestToQueue(const URLRequest& request) {
+    Logger::log("New Request added to queue: " + request.url, LogCategory::REQUESTS, "addRequestToQueue", 40);
+    {
+        std::lock_guard lock(mutex_);
+        mRequests.push_back(request);
+    }
+    setupTimer();
+}
+
+void RequestQueue::addRequestTORetryQueue(const URLRequest& request) {
+    std::lock_guard lock(mutex_);
+    if (std::find(mRequestsRetry.begin(), mRequestsRetry.end(), request) == mRequestsRetry.end())
+        mRequestsRetry.push_back(request);
+}
+
+void RequestQueue::processQueue() {
+    std::size_t count = 0;
+    {
+        std::lock_guard lock(mutex_);
+        count = mRequests.size();
+    }
+    if (count > 0) {
+        Logger::log("Processing Queue: " + std::to_string(count) + " requests on queue", LogCategory::REQUESTS,
+                    "processQueue()", 76);
+        while (auto request = front(mutex_, mRequests)) {
+            performRequest(*request);
+            removeRequestFromQueue(*request);
+        }
+        setupTimer();
+    }
+    Logger::log("Queue empty!", LogCategory::REQUESTS, "processQueue()", 80);
+}
+
+void RequestQueue::processRetryQueue() {
+    std::size_t count = 0;
+    {
+        std::lock_guard lock(mutex_);
+        count = mRequestsRetry.size();
+    }
+    if (count > 0) {
+        Logger::log("Processing Retry Queue: " + std::to_string(count) + " requests on queue",
+                    LogCategory::REQUESTS, "processRetryQueue()", 92);
+        for (;;) {
+            std::optional<URLRequest> request;
+            {
+                std::lock_guard lock(mutex_);
+                if (mRequestsRetry.empty()) break;
+                request = std::move(mRequestsRetry.front());
+                mRequestsRetry.pop_front();
+            }
+            performRequest(*request);
+        }
+        setupRetryTimer();
+    }
+    Logger::log("Retry Queue empty!", LogCategory::REQUESTS, "processRetryQueue()", 101);
+}
+
+void RequestQueue::performRequest(const URLRequest& request) {
+    HTTPClient::sharedInstance().performRequest(
+        request,
+        [url = request.url](const nlohmann::json&, const HTTPResponse&) {
+            Logger::log("Request Completed Successfully: " + url, LogCategory::REQUESTS, "performRequest", 111);
+        },
+        [request](const HTTPResponse&, const HTTPError&) {
+            Logger::log("Request Error: " + request.url, LogCategory::REQUESTS, "performRequest", 114);
+            auto& queue = RequestQueue::sharedInstance();
+            queue.addRequestTORetryQueue(request);
+            queue.setupRetryTimer();
+        });
+}
+
+void RequestQueue::removeRequestFromQueue(const URLRequest& request) { removeFirstEqual(mutex_, mRequests, request); }
+
+void RequestQueue::removeRequestFromRetryQueue(const URLRequest& request) {
+    removeFirstEqual(mutex_, mRequestsRetry, request);
+}
+
+std::vector<URLRequest> RequestQueue::requests() const {
+    std::lock_guard lock(mutex_);
+    return {mRequests.begin(), mRequests.end()};
+}
+
+std::vector<URLRequest> RequestQueue::retryRequests() const {
+    std::lock_guard lock(mutex_);
+    return {mRequestsRetry.begin(), mRequestsRetry.end()};
+}
+
+} // namespace bvgeo

@@ -1,0 +1,117 @@
+#include "support/LibraryTest.hpp"
+
+#include "datastore/BV1Database.hpp"
+#include "models/Fence.hpp"
+
+#include <bvgeo/BVGeoTracker.hpp>
+
+#include <nlohmann/json.hpp>
+
+namespace bvgeo::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using nlohmann::json;
+
+class FenceTest : public LibraryTest {};
+
+TEST_F(FenceTest, ZoneFileObjectsBecomeFencesOrAreRejected) {
+    auto fence = Fence::fenceFromJson(json::parse(R"({"_id":"f1","name":"Shop","radius":100,
+        "location":{"type":"Point","coordinates":[-46.6,-23.5]},"content_ids":["a",7,"b"],"extra":1})"));
+    ASSERT_TRUE(fence);
+    EXPECT_EQ(fence->id, "f1");
+    EXPECT_EQ(fence->name, "Shop");
+    EXPECT_EQ(fence->latitude, -23.5);
+    EXPECT_EQ(fence->longitude, -46.6);
+    EXPECT_EQ(fence->radius, 100.0);
+    EXPECT_THAT(fence->content_ids, ElementsAre("a", "b"));
+    EXPECT_TRUE(fence->current_zone);
+
+    auto bare = Fence::fenceFromJson(json::parse(R"({"_id":5,"name":"n","radius":"100","location":{"coordinates":[1,2]}})"));
+    ASSERT_TRUE(bare) << "a location without a type counts as a point";
+    EXPECT_EQ(bare->id, "");
+    EXPECT_EQ(bare->radius, 0.0) << "a radius given as text is ignored";
+    EXPECT_EQ(bare->latitude, 2.0);
+
+    auto nowhere = Fence::fenceFromJson(json::parse(R"({"_id":"x"})"));
+    ASSERT_TRUE(nowhere);
+    EXPECT_EQ(nowhere->latitude, 0.0);
+    EXPECT_EQ(nowhere->longitude, 0.0);
+
+    EXPECT_FALSE(Fence::fenceFromJson(json::parse(R"({"location":{"type":"Polygon","coordinates":[1,2]}})")));
+    EXPECT_FALSE(Fence::fenceFromJson(json::parse(R"({"location":{"coordinates":[1]}})")));
+    EXPECT_FALSE(Fence::fenceFromJson(json::parse(R"({"location":{"coordinates":["1","2"]}})")));
+    EXPECT_FALSE(Fence::fenceFromJson(json::parse(R"([1,2])")));
+}
+
+TEST_F(FenceTest, StoredFencesReadBackAsTheyWereIncludingQuotes) {
+    std::vector<std::shared_ptr<Fence>> fences = {
+        std::make_shared<Fence>("f'1", "O'Brien's", -23.5, -46.6, 100.0, std::vector<std::string>{"a", "b"}, true),
+        std::make_shared<Fence>("f2", "Plain", 51.0, 0.7, 25.5, std::vector<std::string>{}, true),
+        std::make_shared<Fence>("f3", "Comma", 1.0, 2.0, 3.0, std::vector<std::string>{"x, y"}, true),
+    };
+    ASSERT_TRUE(Fence::saveFenceList(fences));
+    auto read = Fence::getFences();
+    ASSERT_EQ(read.size(), 3u);
+    EXPECT_EQ(read[0]->id, "f'1");
+    EXPECT_EQ(read[0]->name, "O'Brien's");
+    EXPECT_EQ(read[0]->latitude, -23.5);
+    EXPECT_THAT(read[0]->content_ids, ElementsAre("a", "b"));
+    EXPECT_THAT(read[1]->content_ids, ElementsAre("")) << "no identifiers read back as one empty one";
+    EXPECT_THAT(read[2]->content_ids, ElementsAre("x", "y")) << "an identifier holding \", \" splits in two";
+
+    // The coordinates sit in TEXT columns as the number's own text.
+    std::vector<std::string> texts;
+    BV1Database().getDatabase().executeQuery("SELECT latitude, longitude FROM fence ORDER BY rowid", {},
+                                             [&](const DatabaseRow& row) {
+                                                 texts.push_back(row.stringForColumn("latitude"));
+                                                 texts.push_back(row.stringForColumn("longitude"));
+                                             });
+    EXPECT_THAT(texts, ElementsAre("-23.5", "-46.6", "51", "0.7", "1", "2"));
+}
+
+TEST_F(FenceTest, DebugModeKeepsEarlierZonesMarkedNotCurrent) {
+    auto make = [](std::string id) {
+        return std::make_shared<Fence>(id, id, 1.0, 1.0, 10.0, std::vector<std::string>{}, true);
+    };
+    BVGeoTracker::sharedInstance().configure("app", 0, BVEnvironments::QA); // debug mode
+    ASSERT_TRUE(Fence::saveFenceList({make("a"), make("b")}));
+    ASSERT_TRUE(Fence::saveFenceList({make("b"), make("c")}));
+    auto ids = [](const std::vector<std::shared_ptr<Fence>>& list) {
+        std::vector<std::string> out;
+        for (const auto& f : list) out.push_back(f->id + (f->current_zone ? "+" : "-"));
+        return out;
+    };
+    EXPECT_THAT(ids(Fence::getFences(true)), ElementsAre("b+", "c+"));
+    EXPECT_THAT(ids(Fence::getFences(false)), ElementsAre("a-", "b+", "c+"));
+
+    BVGeoTracker::sharedInstance().configure("app", 0, BVEnvironments::Production);
+    ASSERT_TRUE(Fence::saveFenceList({}));
+    EXPECT_TRUE(Fence::getFences(false).empty()) << "outside debug mode the table is emptied";
+}
+
+TEST_F(FenceTest, AZoneFileIsStoredWholeOrNotAtAll) {
+    auto make = [](std::string id) {
+        return std::make_shared<Fence>(id, id, 1.0, 1.0, 10.0, std::vector<std::string>{}, true);
+    };
+    ASSERT_TRUE(Fence::saveFenceList({make("old")}));
+    ASSERT_TRUE(BV1Database::executeStatements(
+        "CREATE TRIGGER refuse BEFORE INSERT ON fence WHEN NEW.id = 'bad' BEGIN SELECT RAISE(ABORT, 'no'); END;"));
+    EXPECT_FALSE(Fence::saveFenceList({make("a"), make("bad"), make("c")}));
+    auto left = Fence::getFences(false);
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(left[0]->id, "old");
+    EXPECT_TRUE(left[0]->current_zone) << "the clearing was undone too";
+}
+
+TEST(FenceSerialization, JoinsAndSplitsOnCommaBlank) {
+    EXPECT_EQ(Fence::serializeArray({"a", "b"}), "a, b");
+    EXPECT_EQ(Fence::serializeArray({"", "a"}), "a");
+    EXPECT_EQ(Fence::serializeArray({"a", ""}), "a, ");
+    EXPECT_THAT(Fence::deserializeArray("a, b"), ElementsAre("a", "b"));
+    EXPECT_THAT(Fence::deserializeArray(""), ElementsAre(""));
+    EXPECT_THAT(Fence::deserializeArray("a, "), ElementsAre("a", ""));
+}
+
+} // namespace
+} // namespace bvgeo::testing
