@@ -1,0 +1,93 @@
+// Logger::log against the cost a naive store would pay per row: open the file,
+// prepare the insert, run it, close, with SQLite's default rollback journal and
+// full synchronous writes. Both write into a fresh file in a temporary directory.
+#include "logger/Logger.hpp"
+
+#include <bvgeo/platform/Platform.hpp>
+#include <bvgeo/platform/SharedInstance.hpp>
+#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+
+#include <benchmark/benchmark.h>
+#include <sqlite3.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace {
+
+// A fresh directory under the system's temporary folder, removed at scope exit.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory() {
+        auto pattern = (std::filesystem::temp_directory_path() / "bvgeo-bench-XXXXXX").string();
+        if (char* made = mkdtemp(pattern.data())) path_ = made;
+    }
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+    }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+void BM_LoggerLog(benchmark::State& state) {
+    TemporaryDirectory directory;
+    bvgeo::LinuxPlatformOptions options;
+    options.documentsDirectory = directory.path();
+    options.mainQueueOnOwnThread = false;
+    bvgeo::resetAllSharedInstances();
+    if (!bvgeo::installPlatform(bvgeo::makeLinuxPlatform(options))) {
+        state.SkipWithError("cannot install the platform");
+        return;
+    }
+    // The echo goes to stderr; the row is what is measured.
+    const bool debug = bvgeo::Logger::debugMode();
+    bvgeo::Logger::setDebugMode(false);
+
+    for (auto _ : state)
+        bvgeo::Logger::log("Zone not changed", bvgeo::LogCategory::ZONE, "processZone()", 212);
+    state.SetItemsProcessed(state.iterations());
+
+    bvgeo::Logger::setDebugMode(debug);
+    bvgeo::resetAllSharedInstances(); // closes the file before its directory goes
+}
+BENCHMARK(BM_LoggerLog)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+void BM_NaiveOpenClosePerRow(benchmark::State& state) {
+    TemporaryDirectory directory;
+    const auto path = directory.path() + "/BVGDatabase.sqlite";
+    {
+        sqlite3* db = nullptr;
+        sqlite3_open(path.c_str(), &db);
+        sqlite3_exec(db,
+                     "CREATE TABLE IF NOT EXISTS log (id INTEGER PRIMARY KEY, message TEXT DEFAULT NULL, "
+                     "category TEXT DEFAULT NULL, timestamp INTEGER DEFAULT 0)",
+                     nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+    }
+    const std::string message = "[2016-03-01 14:05:09] - processZone() [Line 212]: Zone not changed";
+    for (auto _ : state) {
+        sqlite3* db = nullptr;
+        sqlite3_stmt* insert = nullptr;
+        sqlite3_open(path.c_str(), &db);
+        sqlite3_prepare_v2(db, "INSERT INTO log (message, category, timestamp) VALUES (?, ?, ?)", -1, &insert,
+                           nullptr);
+        sqlite3_bind_text(insert, 1, message.c_str(), -1, SQLITE_STATIC);
+        sqlite3_bind_text(insert, 2, "ZONE", -1, SQLITE_STATIC);
+        sqlite3_bind_int64(insert, 3, 1'456'841'109);
+        const bool inserted = sqlite3_step(insert) == SQLITE_DONE;
+        sqlite3_finalize(insert);
+        sqlite3_close(db);
+        if (!inserted) {
+            state.SkipWithError("insert failed");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_NaiveOpenClosePerRow)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+} // namespace

@@ -1,0 +1,136 @@
+#include "fence/FenceManager.hpp"
+
+#include "fence/FenceRules.hpp"
+#include "logger/Logger.hpp"
+#include "models/FenceFetch.hpp"
+#include "network/BVReachability.hpp"
+#include "zone/ZoneGrid.hpp"
+#include "zone/ZoneManager.hpp"
+
+#include <bvgeo/BVGeoTracker.hpp>
+#include <bvgeo/platform/Platform.hpp>
+#include <bvgeo/platform/SharedInstance.hpp>
+
+namespace bvgeo {
+
+namespace {
+constexpr std::string_view kGetFenceList = "getFenceList(_:lng:success:)";
+} // namespace
+
+FenceManager& FenceManager::sharedInstance() {
+    static SharedInstance<FenceManager> slot;
+    return slot.get([] { return std::unique_ptr<FenceManager>(new FenceManager()); });
+}
+
+std::string FenceManager::getZoneFileName(double latitude, double lng) const {
+    return getZoneName(latitude, lng, BVGeoTracker::sharedInstance().config().zoneInterval);
+}
+
+void FenceManager::getFenceList(double latitude, double lng, Success success) {
+    Logger::log("Getting fences list", LogCategory::FENCE, kGetFenceList, 40);
+    std::string name = getZoneFileName(latitude, lng);
+    std::int64_t now = platform().clock->now();
+
+    if (name != FenceFetch::lastZoneFile()) {
+        Logger::log("Zone changed, requesting new zone file...", LogCategory::ZONE, kGetFenceList, 47);
+        FenceFetch::setZoneLastModified("");
+        download(name, "new", now, std::move(success));
+        return;
+    }
+    Logger::log("Zone not changed", LogCategory::ZONE, kGetFenceList, 59);
+    auto cacheExpiration = BVGeoTracker::sharedInstance().config().cacheExpiration;
+    if (isCacheExpired(now, FenceFetch::lastCacheTime(), cacheExpiration)) {
+        Logger::log("Cache expired, requesting new zone file...", LogCategory::ZONE, kGetFenceList, 64);
+        download(name, "same", now, std::move(success));
+        return;
+    }
+    std::shared_ptr<const FenceIndex> list;
+    std::shared_ptr<const std::string> entries;
+    {
+        std::lock_guard lock(mutex_);
+        list = mFenceList;
+        entries = mFenceListEntries;
+    }
+    if (list) {
+        logRetrievedFences("Memory", *entries);
+    } else {
+        Logger::log("Cache not expired, retrieving from cache...", LogCategory::ZONE, kGetFenceList, 81);
+        list = std::make_shared<const FenceIndex>(getFencesFromDatabase());
+        logRetrievedFences("Cache", *remember(list));
+    }
+    success(std::move(list));
+}
+
+std::shared_ptr<const std::string> FenceManager::remember(std::shared_ptr<const FenceIndex> list) {
+    auto entries = std::make_shared<const std::string>(listingEntries(list->fences()));
+    std::lock_guard lock(mutex_);
+    mFenceList = std::move(list);
+    mFenceListEntries = entries;
+    return entries;
+}
+
+void FenceManager::download(const std::string& name, const char* word, std::int64_t now, Success success) {
+    {
+        std::lock_guard lock(mutex_);
+        auto [waiting, first] = downloadsInFlight_.try_emplace(name);
+        waiting->second.push_back(std::move(success));
+        if (!first) return; // the download in flight answers this request too
+    }
+    std::string source = word;
+    ZoneManager::getFencesForZone(
+        name,
+        [this, name, source, now](FenceList fences, bool resultsFromCache) {
+            downloadCompleted(name, source, now, std::move(fences), resultsFromCache);
+        },
+        [this, name](const HTTPError&) {
+            Logger::log("Zone file retrive failed. Network Type: " +
+                            std::string(rawValue(BVReachability::isConnectedToNetworkOfType())),
+                        LogCategory::ZONE, "getFencesFromZone(_:success:)", 112);
+            std::lock_guard lock(mutex_);
+            downloadsInFlight_.erase(name);
+        });
+}
+
+void FenceManager::downloadCompleted(const std::string& name, const std::string& word, std::int64_t now,
+                                     FenceList fences, bool resultsFromCache) {
+    Logger::log("Zone file retrived successfully.", LogCategory::ZONE, kGetFenceList, 92);
+    FenceFetch::setLastZoneFile(name);
+    if (!resultsFromCache) {
+        saveFences(fences);
+        FenceFetch::setLastCacheTime(now);
+    }
+    auto list = std::make_shared<const FenceIndex>(std::move(fences));
+    auto entries = remember(list);
+    std::vector<Success> waiting;
+    {
+        std::lock_guard lock(mutex_);
+        waiting = std::move(downloadsInFlight_[name]);
+        downloadsInFlight_.erase(name);
+    }
+    logRetrievedFences("Zone file (" + word + ") - " + (resultsFromCache ? "cached" : "not cached"), *entries);
+    for (auto& success : waiting) success(list);
+}
+
+bool FenceManager::saveFences(const FenceList& fences) { return Fence::saveFenceList(fences); }
+
+FenceList FenceManager::getFencesFromDatabase() { return Fence::getFences(true); }
+
+std::shared_ptr<const FenceIndex> FenceManager::currentFenceList() const {
+    std::lock_guard lock(mutex_);
+    return mFenceList;
+}
+
+std::string FenceManager::listingEntries(const FenceList& fences) {
+    std::string text;
+    for (const auto& fence : fences) {
+        if (!text.empty()) text += ",";
+        text += fence->name + " - (" + fence->id + ")";
+    }
+    return text;
+}
+
+void FenceManager::logRetrievedFences(const std::string& source, const std::string& entries) {
+    Logger::log("Fences from " + source + ": " + entries, LogCategory::FENCE, "logRetrievedFences(_:fenceList:)", 128);
+}
+
+} // namespace bvgeo

@@ -1,0 +1,141 @@
+#include "trigger/TriggerManager.hpp"
+
+#include "logger/Logger.hpp"
+#include "models/Trigger.hpp"
+#include "request/CurlTransport.hpp"
+#include "request/HTTPClient.hpp"
+#include "request/RequestQueue.hpp"
+#include "trigger/TriggerRules.hpp"
+
+#include <bvgeo/BVGeoTracker.hpp>
+#include <bvgeo/platform/Platform.hpp>
+#include <bvgeo/platform/SharedInstance.hpp>
+
+#include <algorithm>
+
+namespace bvgeo {
+
+TriggerManager& TriggerManager::sharedInstance() {
+    static SharedInstance<TriggerManager> slot;
+    return slot.get([] { return std::unique_ptr<TriggerManager>(new TriggerManager()); });
+}
+
+TriggerManager::TriggerManager()
+    : serialQueue_(platform().dispatchQueues->makeSerialQueue(std::string(kQueueLabel))) {}
+
+void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventType type, Success success) {
+    auto& engine = sharedInstance();
+    engine.serialQueue_->async([&engine, fences = std::move(fences), type, success = std::move(success)] {
+        engine.runJob(fences, type, success);
+    });
+}
+
+void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success) {
+    ActiveFenceList snapshot = getActiveFences();
+    auto config = BVGeoTracker::sharedInstance().config();
+
+    std::vector<std::string> insideIds;
+    insideIds.reserve(fences.size());
+    for (const auto& fence : fences) insideIds.push_back(fence->id);
+    std::vector<ActiveStay> stays;
+    stays.reserve(snapshot.size());
+    for (const auto& active : snapshot) stays.push_back({active->fenceId, active->activatedAt, active->lastTriggerAt});
+
+    std::int64_t now = platform().clock->now();
+    for (const auto& step : planTriggers(insideIds, stays, now, config.lingerTime, config.maxLingerTime)) {
+        switch (step.type) {
+        case TriggerType::Enter: {
+            const Fence& fence = *fences[step.index];
+            addFenceToActiveFences(std::make_shared<ActiveFence>(fence.id, platform().clock->now(), fence.name));
+            sendTrigger(fence.id, fence.name, TriggerType::Enter, type);
+            break;
+        }
+        case TriggerType::Linger: {
+            const Fence& fence = *fences[step.index];
+            sendTrigger(fence.id, fence.name, TriggerType::Linger, type);
+            updateFenceAtActiveFences(ActiveFence(fence.id, 0));
+            break;
+        }
+        case TriggerType::Exit: {
+            const auto& stay = snapshot[step.index];
+            sendTrigger(stay->fenceId, stay->fenceName, TriggerType::Exit, type);
+            removeFenceFromActive(stay);
+            break;
+        }
+        }
+    }
+
+    ActiveFenceList result = getActiveFences();
+    std::string text = "Active Fences: ";
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        if (i) text += ",";
+        text += result[i]->fenceId;
+    }
+    Logger::log(text, LogCategory::FENCE, "processInsideFences(_:triggerLocationEventType:success:)", 54);
+    if (success) success(result);
+}
+
+ActiveFenceList TriggerManager::getActiveFences() {
+    if (!mActiveFences || mActiveFences->empty()) mActiveFences = ActiveFence::getActiveFences();
+    return *mActiveFences;
+}
+
+bool TriggerManager::addFenceToActiveFences(const std::shared_ptr<ActiveFence>& fence) {
+    if (!mActiveFences) getActiveFences();
+    mActiveFences->push_back(fence);
+    return ActiveFence::save(*fence);
+}
+
+bool TriggerManager::updateFenceAtActiveFences(const ActiveFence& fence) {
+    if (!mActiveFences) getActiveFences();
+    auto it = std::find_if(mActiveFences->begin(), mActiveFences->end(),
+                           [&](const auto& active) { return active->fenceId == fence.fenceId; });
+    if (it == mActiveFences->end()) return false;
+    (*it)->lastTriggerAt = platform().clock->now();
+    return ActiveFence::save(**it);
+}
+
+bool TriggerManager::removeFenceFromActive(const std::shared_ptr<ActiveFence>& fence) {
+    if (!mActiveFences) getActiveFences();
+    auto it = std::find(mActiveFences->begin(), mActiveFences->end(), fence);
+    if (it != mActiveFences->end()) mActiveFences->erase(it);
+    return ActiveFence::remove(fence->fenceId);
+}
+
+bool TriggerManager::checkIfIsLinger(const ActiveFence& fence) {
+    auto config = BVGeoTracker::sharedInstance().config();
+    return isLingerDue(platform().clock->now(), fence.activatedAt, fence.lastTriggerAt, config.lingerTime,
+                       config.maxLingerTime);
+}
+
+void TriggerManager::sendTrigger(const std::string& fenceId, const std::string& fenceName, TriggerType type,
+                                 TriggerLocationEventType locationEvent) {
+    auto& tracker = BVGeoTracker::sharedInstance();
+    auto trigger = std::make_shared<BVTrigger>(tracker.getDeviceId(), type, platform().clock->now(), fenceId,
+                                               fenceName, locationEvent);
+    Trigger::save(*trigger);
+    Logger::log("New Trigger: " + std::string(rawValue(type)) + " - fenceName: " + fenceName + " fenceId: " + fenceId,
+                LogCategory::TRIGGER, "sendTrigger(_:fenceName:type:triggerLocationEventType:)", 131);
+    auto mode = tracker.triggerMode();
+    if (mode != TriggerMode::REMOTE_ONLY && tracker.delegate())
+        platform().mainQueue->async([trigger] { sendLocalTrigger(trigger); });
+    if (mode != TriggerMode::LOCAL_ONLY) sendRemoteTrigger(trigger);
+}
+
+void TriggerManager::sendLocalTrigger(const std::shared_ptr<BVTrigger>& trigger) {
+    auto& tracker = BVGeoTracker::sharedInstance();
+    if (auto delegate = tracker.delegate()) delegate->BVGeoTrackerOnFenceTriggered(tracker, trigger);
+}
+
+void TriggerManager::sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger) {
+    std::string url = BVGeoTracker::sharedInstance().apiUrl() + "trigger?sdk_ver=" + std::string(SDK_VERSION);
+    if (!isValidHTTPURL(url)) {
+        Logger::log("Trigger not sent: invalid URL: " + url, LogCategory::REQUESTS, "sendRemoteTrigger(_:)", 171);
+        return;
+    }
+    auto parameters = nlohmann::json::parse(trigger->toParameters().dump());
+    RequestQueue::sharedInstance().addRequestToQueue(
+        HTTPClient::sharedInstance().request(url, HTTPMethod::POST, parameters, std::nullopt));
+}
+
+} // namespace bvgeo

@@ -1,0 +1,60 @@
+// TriggerManager: turns the fences that contain the device at one position into
+// enter, linger and exit triggers, keeps the active stays (memory and table), stores
+// and logs each trigger, hands it to the host's delegate on the main queue and/or
+// posts it through the request queue, as the trigger mode says.
+//
+// Every decision runs as one job on the serial queue "ProcessInsideFences";
+// mActiveFences is touched only there. processInsideFences may be called from any
+// thread and only queues.
+#pragma once
+
+#include "fence/FenceIndex.hpp"
+#include "models/ActiveFence.hpp"
+
+#include <bvgeo/BVTrigger.hpp>
+#include <bvgeo/platform/DispatchQueue.hpp>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bvgeo {
+
+using ActiveFenceList = std::vector<std::shared_ptr<ActiveFence>>;
+
+class TriggerManager {
+public:
+    using Success = std::function<void(const ActiveFenceList& activeFences)>;
+
+    static constexpr std::string_view kQueueLabel = "ProcessInsideFences";
+
+    static TriggerManager& sharedInstance();
+
+    // Queues one job; `success` runs on the engine's queue with the stays after it.
+    static void processInsideFences(FenceList fences, TriggerLocationEventType type, Success success);
+
+    // The following run inside a job only.
+    ActiveFenceList getActiveFences();
+    bool addFenceToActiveFences(const std::shared_ptr<ActiveFence>& fence);
+    bool updateFenceAtActiveFences(const ActiveFence& fence);
+    bool removeFenceFromActive(const std::shared_ptr<ActiveFence>& fence);
+    static bool checkIfIsLinger(const ActiveFence& fence);
+    static void sendTrigger(const std::string& fenceId, const std::string& fenceName, TriggerType type,
+                            TriggerLocationEventType locationEvent);
+    static void sendLocalTrigger(const std::shared_ptr<BVTrigger>& trigger);
+    static void sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger);
+
+    TriggerManager(const TriggerManager&) = delete;
+    TriggerManager& operator=(const TriggerManager&) = delete;
+
+private:
+    TriggerManager();
+    void runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success);
+
+    std::shared_ptr<DispatchQueue> serialQueue_;
+    std::optional<ActiveFenceList> mActiveFences;
+};
+
+} // namespace bvgeo

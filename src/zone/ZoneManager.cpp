@@ -1,0 +1,51 @@
+#include "zone/ZoneManager.hpp"
+
+#include "logger/Logger.hpp"
+#include "models/FenceFetch.hpp"
+#include "network/BVReachability.hpp"
+#include "request/HTTPClient.hpp"
+
+#include <bvgeo/BVGeoTracker.hpp>
+
+namespace bvgeo {
+
+namespace {
+constexpr std::string_view kFunction = "getFencesForZone(_:success:failure:)";
+} // namespace
+
+void ZoneManager::getFencesForZone(const std::string& zoneFileName, Success success, Failure failure) {
+    std::string url = BVGeoTracker::sharedInstance().zonesBaseUrl() + zoneFileName;
+    // Nothing stored means an unconditional request: the header is left out.
+    nlohmann::json headers = nlohmann::json::object();
+    if (auto lastModified = FenceFetch::zoneLastModified(); !lastModified.empty())
+        headers["If-Modified-Since"] = lastModified;
+    Logger::log("Requested Zone = " + url, LogCategory::ZONE, kFunction, 37);
+
+    HTTPClient::sharedInstance().get(
+        url, headers,
+        [success](const nlohmann::json& answer, const HTTPResponse& response) {
+            FenceFetch::setZoneLastModified(response.value("Last-Modified").value_or(""));
+            FenceList fences;
+            if (auto list = answer.find("fences"); list != answer.end() && list->is_array()) {
+                fences.reserve(list->size());
+                for (const auto& element : *list)
+                    if (auto fence = Fence::fenceFromJson(element)) fences.push_back(std::make_shared<Fence>(std::move(*fence)));
+            }
+            success(std::move(fences), false);
+        },
+        [success, failure](const HTTPResponse& response, const HTTPError& error) {
+            Logger::log("Request Failed: Status (" + std::to_string(response.statusCode) + "). Network Type: " +
+                            std::string(rawValue(BVReachability::isConnectedToNetworkOfType())),
+                        LogCategory::ZONE, kFunction, 62);
+            if (response.statusCode == 304)
+                success(getListFromCache(), true);
+            else if (response.statusCode == 403)
+                success({}, false);
+            else
+                failure(error);
+        });
+}
+
+FenceList ZoneManager::getListFromCache() { return Fence::getFences(true); }
+
+} // namespace bvgeo
