@@ -21,6 +21,9 @@ constexpr int kBusyTimeoutMs = 5000;
 // Statement texts are constants of the library, so the cache stays small; the cap
 // only guards against a caller that varies its SQL text.
 constexpr std::size_t kMaxCachedStatements = 128;
+// Under sustained load from several threads the groups may never all be closed at
+// once; a commit after this many writes keeps the open transaction short anyway.
+constexpr int kMaxWritesPerGroupCommit = 256;
 
 class ConnectionRegistry {
 public:
@@ -133,7 +136,17 @@ bool DatabaseConnection::executeStatements(const std::string& sql, bool atomic) 
         };
         std::string error;
         bool ok;
-        if (atomic) {
+        if (atomic && inTransaction()) {
+            // Nested in a write group's transaction: a savepoint gives the same all-or-none.
+            const bool begun = exec("SAVEPOINT bvgeo_atomic", error);
+            ok = begun && exec(sql.c_str(), error);
+            if (ok) ok = exec("RELEASE bvgeo_atomic", error);
+            if (begun && !ok && !sqlite3_get_autocommit(db_)) {
+                std::string ignored;
+                exec("ROLLBACK TO bvgeo_atomic", ignored);
+                exec("RELEASE bvgeo_atomic", ignored);
+            }
+        } else if (atomic) {
             ok = exec("BEGIN IMMEDIATE", error) && exec(sql.c_str(), error);
             if (ok) ok = exec("COMMIT", error);
             if (!ok && !sqlite3_get_autocommit(db_)) {
@@ -156,35 +169,91 @@ bool DatabaseConnection::executeStatements(const std::string& sql, bool atomic) 
 
 bool DatabaseConnection::executeBatch(const std::vector<SqlStatement>& statements) {
     std::lock_guard lock(mutex_);
+    bool begun = false, nested = false;
     try {
         if (!ensureOpen()) return false;
-        if (sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) != SQLITE_OK) {
+        joinWriteGroup();
+        // Inside a write group's transaction a savepoint gives the same all-or-none.
+        nested = inTransaction();
+        if (sqlite3_exec(db_, nested ? "SAVEPOINT bvgeo_batch" : "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) !=
+            SQLITE_OK) {
             reportFailure("cannot begin a transaction on", sqlite3_errmsg(db_));
             return false;
         }
+        begun = true;
         bool ok = true;
         for (const auto& statement : statements)
             if (!(ok = run(statement.sql, statement.args, nullptr))) break;
-        if (ok && sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+        if (ok && sqlite3_exec(db_, nested ? "RELEASE bvgeo_batch" : "COMMIT", nullptr, nullptr, nullptr) !=
+                      SQLITE_OK) {
             reportFailure("cannot commit on", sqlite3_errmsg(db_));
             ok = false;
         }
-        if (!ok && !sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (!ok) undoBatch(nested);
         return ok;
     } catch (const std::exception&) {
-        if (db_ && !sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (begun) undoBatch(nested);
         return false;
+    }
+}
+
+void DatabaseConnection::undoBatch(bool nested) {
+    if (sqlite3_get_autocommit(db_)) return; // SQLite already rolled everything back
+    if (nested) {
+        sqlite3_exec(db_, "ROLLBACK TO bvgeo_batch", nullptr, nullptr, nullptr);
+        sqlite3_exec(db_, "RELEASE bvgeo_batch", nullptr, nullptr, nullptr);
+    } else {
+        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
     }
 }
 
 bool DatabaseConnection::executeUpdate(const std::string& sql, const SqlValues& args) {
     std::lock_guard lock(mutex_);
     try {
+        if (!ensureOpen()) return false;
+        joinWriteGroup();
         return run(sql, args, nullptr);
     } catch (...) {
         return false;
     }
 }
+
+void DatabaseConnection::beginWriteGroup() {
+    std::lock_guard lock(mutex_);
+    ++openGroups_;
+}
+
+void DatabaseConnection::endWriteGroup() {
+    std::lock_guard lock(mutex_);
+    if (openGroups_ > 0) --openGroups_;
+    if (groupTransaction_ && (openGroups_ == 0 || groupWrites_ >= kMaxWritesPerGroupCommit)) commitWriteGroup();
+}
+
+void DatabaseConnection::joinWriteGroup() {
+    if (openGroups_ == 0 || !db_) return;
+    if (!groupTransaction_) {
+        // IMMEDIATE takes the write lock now, so the first write of the group cannot
+        // fail to upgrade a read lock another process has made stale.
+        if (!sqlite3_get_autocommit(db_) ||
+            sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) != SQLITE_OK)
+            return; // the write runs on its own, as it would outside a group
+        groupTransaction_ = true;
+        groupWrites_ = 0;
+    }
+    ++groupWrites_;
+}
+
+void DatabaseConnection::commitWriteGroup() {
+    groupTransaction_ = false;
+    groupWrites_ = 0;
+    if (!db_ || sqlite3_get_autocommit(db_)) return; // a failed statement already ended it
+    if (sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+        reportFailure("cannot commit on", sqlite3_errmsg(db_));
+        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
+bool DatabaseConnection::inTransaction() const { return db_ && !sqlite3_get_autocommit(db_); }
 
 bool DatabaseConnection::executeQuery(const std::string& sql, const SqlValues& args, const RowHandler& row) {
     std::lock_guard lock(mutex_);
@@ -241,15 +310,14 @@ bool DatabaseConnection::ensureOpen() {
     if (rc == SQLITE_OK) {
         sqlite3_busy_timeout(handle, kBusyTimeoutMs);
         // WAL with synchronous=NORMAL commits without an fsync (the WAL is synced at
-        // checkpoints): one log row costs a write, not a flush. Every commit appends
-        // whole pages to the WAL, and our rows are a few hundred bytes, so a new file
-        // gets 1 KiB pages: measured about 1.5 times the rows per second of 4 KiB.
-        // (page_size only takes effect on a file that has no pages yet.) The
-        // checkpoint interval is raised to match: the WAL still peaks at SQLite's
-        // default 4 MB, and the checkpoint's two fsyncs come a quarter as often.
+        // checkpoints): a commit costs writes, not a flush. 4 KiB pages: the fence
+        // listing line of a large zone spans many pages, and with the writes of one
+        // location update grouped into one commit the small rows share pages anyway
+        // (page_size only takes effect on a file that has no pages yet). A checkpoint
+        // every 4,000 pages (16 MB of WAL) makes its two fsyncs rare.
         char* message = nullptr;
         rc = sqlite3_exec(handle,
-                          "PRAGMA page_size=1024; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; "
+                          "PRAGMA page_size=4096; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; "
                           "PRAGMA wal_autocheckpoint=4000;",
                           nullptr, nullptr, &message);
         if (rc != SQLITE_OK) {
@@ -289,6 +357,9 @@ bool DatabaseConnection::ensureOpen() {
 void DatabaseConnection::closeLocked() {
     schemaChecked_.store(false, std::memory_order_release);
     if (!db_) return;
+    // What the open groups wrote so far is kept; their later writes start anew on
+    // whatever file the next open finds.
+    if (groupTransaction_) commitWriteGroup();
     for (auto& [sql, statement] : statements_) sqlite3_finalize(statement.handle);
     statements_.clear();
     // Folds the WAL into the file and empties it, so the file can be moved or
@@ -390,5 +461,11 @@ void DatabaseConnection::reportFailure(const std::string& what, const std::strin
     failureReported_ = true;
     platform().console->log("BV1Database: " + what + " " + path_ + ": " + detail);
 }
+
+WriteGroup::WriteGroup() : connection_(DatabaseConnection::forPath(BV1Database().path())) {
+    connection_->beginWriteGroup();
+}
+
+WriteGroup::~WriteGroup() { connection_->endWriteGroup(); }
 
 } // namespace bvgeo

@@ -6,6 +6,13 @@
 // until close(), which checkpoints the WAL away so that only the database file is
 // left on disk; the next call opens it again.
 //
+// Write groups batch commits: while any thread holds a group open, writes share one
+// transaction, committed when the last group closes (or, under sustained load, after
+// kMaxWritesPerGroupCommit writes). A group promises no atomicity: it only saves the
+// per-commit locking and WAL frames when one unit of work writes several rows. It
+// must wrap bounded, synchronous work only, since nothing it writes is visible to
+// other processes, nor safe from a crash, until the commit.
+//
 // Connections live in a process-wide registry keyed by path (a SharedInstance, so
 // resetting the shared instances closes them all). Callers must not hold a row
 // handler's DatabaseRow beyond the callback, and must not use the connection from
@@ -52,6 +59,9 @@ public:
     bool executeBatch(const std::vector<SqlStatement>& statements);
     bool executeQuery(const std::string& sql, const SqlValues& args, const RowHandler& row);
 
+    void beginWriteGroup();
+    void endWriteGroup();
+
     // Closes the handle, then runs `whileClosed` before anyone can open it again.
     // Moving or deleting the file happens there, so no other thread recreates a WAL
     // beside a file that is being moved away.
@@ -82,6 +92,11 @@ private:
     Statement* prepare(const std::string& sql);
     bool bind(Statement& statement, const SqlValues& args);
     bool run(const std::string& sql, const SqlValues& args, const RowHandler* row);
+    // Opens the group's transaction before a write when a group is open.
+    void joinWriteGroup();
+    void commitWriteGroup();
+    bool inTransaction() const;
+    void undoBatch(bool nested);
     void reportFailure(const std::string& what, const std::string& detail);
     void reportSuccess() { failureReported_ = false; }
 
@@ -93,6 +108,21 @@ private:
     bool failureReported_ = false;
     std::uint64_t generation_ = 0; // counts successful opens
     std::atomic<bool> schemaChecked_{false};
+    int openGroups_ = 0;
+    bool groupTransaction_ = false; // BEGIN issued for the open groups
+    int groupWrites_ = 0;
+};
+
+// Holds a write group open on the default database file for its lifetime.
+class WriteGroup {
+public:
+    WriteGroup();
+    ~WriteGroup();
+    WriteGroup(const WriteGroup&) = delete;
+    WriteGroup& operator=(const WriteGroup&) = delete;
+
+private:
+    std::shared_ptr<DatabaseConnection> connection_;
 };
 
 } // namespace bvgeo

@@ -1,5 +1,6 @@
 #include "location/BaseLocationTracker.hpp"
 
+#include "datastore/DatabaseConnection.hpp"
 #include "location/LocationTracker.hpp"
 #include "location/TrackerRules.hpp"
 #include "logger/Logger.hpp"
@@ -73,6 +74,8 @@ void BaseLocationTracker::stop() {
 void BaseLocationTracker::locationManagerDidUpdateLocations(LocationManager& manager,
                                                             const std::vector<Location>& locations) {
     if (locations.empty()) return;
+    // The rows one batch writes (history, log lines, triggers) go out in one commit.
+    WriteGroup writes;
 
     if (triggerLocationEventType_ == TriggerLocationEventType::SignificantChanges) {
         auto& standard = LocationTracker::sharedInstance();

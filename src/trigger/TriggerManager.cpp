@@ -1,5 +1,6 @@
 #include "trigger/TriggerManager.hpp"
 
+#include "datastore/DatabaseConnection.hpp"
 #include "logger/Logger.hpp"
 #include "models/Trigger.hpp"
 #include "request/CurlTransport.hpp"
@@ -31,6 +32,7 @@ void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventT
 }
 
 void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success) {
+    WriteGroup writes; // one commit for every trigger and log row of this update
     ActiveFenceList snapshot = getActiveFences();
     auto config = BVGeoTracker::sharedInstance().config();
 

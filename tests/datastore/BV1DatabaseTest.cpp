@@ -2,6 +2,7 @@
 #include "support/StoredLogs.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "datastore/DatabaseConnection.hpp"
 #include "models/Log.hpp"
 
 #include <gmock/gmock.h>
@@ -171,6 +172,39 @@ TEST_F(BV1DatabaseTest, FailedStatementsReportOncePerStreak) {
     EXPECT_TRUE(Log::save(logRow("fine")));
     EXPECT_FALSE(BV1Database::executeUpdate(bad, {std::int64_t{3}}));
     EXPECT_EQ(sim().console->logLines().size(), 2u);
+}
+
+TEST_F(BV1DatabaseTest, WriteGroupsCommitWhenTheLastClosesAndKeepBatchesAtomic) {
+    const auto path = BV1Database().path();
+    const std::string countRows = "SELECT count(*) FROM log";
+    {
+        WriteGroup outer;
+        ASSERT_TRUE(Log::save(logRow("one")));
+        {
+            WriteGroup inner;
+            ASSERT_TRUE(Log::save(logRow("two")));
+        }
+        // This process reads its own writes at once; other programs see nothing yet.
+        EXPECT_THAT(storedMessages(), ElementsAre("one", "two"));
+        EXPECT_THAT(query(path, countRows), ElementsAre("0"));
+
+        // A batch that fails part-way undoes only itself, not the group's earlier rows.
+        EXPECT_FALSE(BV1Database::executeBatch({{"INSERT INTO log (message) VALUES (?)", {std::string("lost")}},
+                                                {"INSERT INTO no_such_table VALUES (1)", {}}}));
+        EXPECT_TRUE(BV1Database::executeBatch({{"INSERT INTO log (message) VALUES (?)", {std::string("three")}}}));
+    }
+    EXPECT_THAT(query(path, "SELECT message FROM log"), ElementsAre("one", "two", "three"));
+
+    // Moving the file away while a group is open keeps what the group wrote so far in
+    // the archive; its later writes go to the new file.
+    {
+        WriteGroup group;
+        ASSERT_TRUE(Log::save(logRow("before the move")));
+        BV1Database().moveAndRenameDatabase("archive");
+        ASSERT_TRUE(Log::save(logRow("after the move")));
+    }
+    EXPECT_THAT(query(sim().documentsDirectory() + "/archive.sqlite", countRows), ElementsAre("4"));
+    EXPECT_THAT(query(path, "SELECT message FROM log"), ElementsAre("after the move"));
 }
 
 } // namespace
