@@ -4,7 +4,7 @@
 set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
-  libsqlite3-dev libcurl4-openssl-dev nlohmann-json3-dev libgeographiclib-dev
+  libsqlite3-dev libcurl4-openssl-dev nlohmann-json3-dev libgeographiclib-dev libexpat1-dev
   libcpp-httplib-dev libgtest-dev libgmock-dev libbenchmark-dev
 )
 missing=()
