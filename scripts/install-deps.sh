@@ -4,8 +4,9 @@
 set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
-  libsqlite3-dev libcurl4-openssl-dev nlohmann-json3-dev libgeographiclib-dev libexpat1-dev
+  libsqlite3-dev libcurl4-openssl-dev nlohmann-json3-dev libgeographiclib-dev libexpat1-dev libgps-dev
   libcpp-httplib-dev libgtest-dev libgmock-dev libbenchmark-dev
+  gpsd gpsd-clients
 )
 missing=()
 for p in "${packages[@]}"; do
