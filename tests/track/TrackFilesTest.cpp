@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
@@ -73,6 +74,46 @@ TEST(TrackReadFiles, FileProblemsFailNamingThePath) {
     const auto empty = readTrackFile(dir.write("empty.gpx", ""));
     EXPECT_FALSE(empty.ok);
     EXPECT_NE(empty.error.find("empty.gpx: not a track file"), std::string::npos) << empty.error;
+}
+
+// The recorded tracks shipped beside the project. Tests above cover every rule
+// with inline text; this one checks that real files of some size read as a whole.
+TEST(TrackReadFiles, RecordedTracksReadInFullWhenPresent) {
+    const char* fromEnvironment = std::getenv("BVGEO_TRACK_DATA");
+    const fs::path data = fromEnvironment ? fromEnvironment : "/work/shared/data/tracks";
+    const fs::path kent = data / "kent-run-2014-05-10.gpx";
+    const fs::path finland = data / "gulf-of-finland-sail.nmea";
+    if (!fs::exists(kent) || !fs::exists(finland)) {
+        RecordProperty("recorded_tracks", "absent");
+        return;
+    }
+
+    const auto run = readTrackFile(kent.string());
+    ASSERT_TRUE(run.ok) << run.error;
+    EXPECT_EQ(run.format, TrackFormat::Gpx);
+    ASSERT_EQ(run.fixes.size(), 7745u);
+    EXPECT_DOUBLE_EQ(run.fixes.front().timestamp, 1399706455); // 2014-05-10T07:20:55Z
+    EXPECT_DOUBLE_EQ(run.fixes.front().latitude, 51.376730);
+    EXPECT_DOUBLE_EQ(run.fixes.front().longitude, 0.731330);
+    EXPECT_EQ(run.fixes.front().line, 9u);
+    EXPECT_DOUBLE_EQ(run.fixes.back().timestamp, 1399714351); // 2014-05-10T09:32:31Z
+    EXPECT_TRUE(run.warnings.empty());
+
+    const auto undated = readTrackFile(finland.string());
+    EXPECT_FALSE(undated.ok);
+    EXPECT_NE(undated.error.find("--date"), std::string::npos) << undated.error;
+
+    TrackReadOptions options;
+    options.date = "2023-06-01";
+    const auto sail = readTrackFile(finland.string(), options);
+    ASSERT_TRUE(sail.ok) << sail.error;
+    EXPECT_EQ(sail.format, TrackFormat::Nmea);
+    ASSERT_EQ(sail.fixes.size(), 7250u);
+    EXPECT_DOUBLE_EQ(sail.fixes.front().timestamp, 1685613359); // 2023-06-01T09:55:59Z
+    EXPECT_DOUBLE_EQ(sail.fixes.front().latitude, 60 + 5.071 / 60);
+    EXPECT_DOUBLE_EQ(sail.fixes.back().timestamp, 1685613359 + (14 - 9) * 3600 + (3 - 55) * 60 + (24 - 59));
+    EXPECT_DOUBLE_EQ(sail.fixes.back().longitude, 23 + 23.941 / 60);
+    EXPECT_TRUE(sail.warnings.empty());
 }
 
 } // namespace
