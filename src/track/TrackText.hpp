@@ -1,0 +1,21 @@
+// Small text helpers shared by the track readers. They work on views into the
+// caller's buffer and never allocate, which keeps a 100,000-line file cheap.
+// Pure functions; any thread.
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+namespace bvgeo {
+
+// Without leading and trailing spaces, tabs and line-end characters.
+std::string_view trim(std::string_view text);
+
+// A plain decimal number ("51.3767", "-0.5", "+3", "1e3") filling the whole text.
+// Locale-independent; "nan", "inf" and hexadecimal are refused.
+std::optional<double> parseDecimal(std::string_view text);
+
+// ASCII case-insensitive comparison.
+bool equalsIgnoreCase(std::string_view a, std::string_view b);
+
+} // namespace bvgeo
