@@ -1,0 +1,21 @@
+#include "CliConsole.hpp"
+
+#include <cstdio>
+
+namespace bvgeo::cli {
+
+void CliConsole::log(std::string_view line) {
+    if (echoLog_) write(line);
+}
+
+void CliConsole::print(std::string_view line) { write(line); }
+
+void CliConsole::note(std::string_view line) { write(line); }
+
+void CliConsole::write(std::string_view line) {
+    std::lock_guard lock(mutex_);
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    std::fputc('\n', stderr);
+}
+
+} // namespace bvgeo::cli

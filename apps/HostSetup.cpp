@@ -1,0 +1,85 @@
+#include "HostSetup.hpp"
+
+#include <filesystem>
+#include <fstream>
+
+namespace bvgeo::cli {
+
+namespace {
+
+int namedOrNumber(const std::string& text, std::initializer_list<const char*> names, const std::string& option) {
+    int index = 0;
+    for (const char* name : names) {
+        if (text == name) return index;
+        ++index;
+    }
+    if (text.size() == 1 && text[0] >= '0' && text[0] < '0' + static_cast<int>(names.size())) return text[0] - '0';
+    std::string known;
+    for (const char* name : names) known += std::string(known.empty() ? "" : ", ") + name;
+    throw UsageError(option + ": '" + text + "' is not one of " + known + " or 0 to " +
+                     std::to_string(names.size() - 1));
+}
+
+} // namespace
+
+int parseEnvironment(const std::string& text) {
+    return namedOrNumber(text, {"production", "staging", "qa", "development"}, "--env");
+}
+
+int parseTriggerMode(const std::string& text) { return namedOrNumber(text, {"both", "local", "remote"}, "--mode"); }
+
+double parseAccuracy(const std::string& text) {
+    if (text == "best") return kLocationAccuracyBest;
+    if (text == "ten-meters") return kLocationAccuracyNearestTenMeters;
+    if (text == "hundred-meters") return kLocationAccuracyHundredMeters;
+    return parseNumber(text, "--accuracy");
+}
+
+double parseDistanceFilter(const std::string& text) {
+    if (text == "none") return kDistanceFilterNone;
+    return parseNumber(text, "--distance-filter");
+}
+
+std::optional<std::string> prepareDataDirectory(const std::string& directory) {
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error) return "cannot create the data directory " + directory + ": " + error.message();
+    if (!std::filesystem::is_directory(directory)) return "the data directory " + directory + " is not a directory";
+    // Writing a file is the only reliable test (permissions, read-only mounts, ACLs).
+    const auto probe = std::filesystem::path(directory) / ".bvgeo-write-test";
+    {
+        std::ofstream file(probe);
+        if (!file || !(file << "ok") || !file.flush())
+            return "cannot write to the data directory " + directory;
+    }
+    std::filesystem::remove(probe, error);
+    return std::nullopt;
+}
+
+std::optional<std::string> startHost(const ReplayOptions& o, std::shared_ptr<BVGeoTrackerDelegate> delegate) {
+    auto& tracker = BVGeoTracker::sharedInstance();
+    const auto environment = *environmentFromRaw(o.environment);
+    if (o.apiBase || o.assetsBase) {
+        EnvironmentURLs urls = tracker.environmentURLs(environment);
+        if (o.apiBase) urls.apiBase = *o.apiBase;
+        if (o.assetsBase) urls.assetsBase = *o.assetsBase;
+        tracker.setEnvironmentURLs(environment, urls);
+    }
+    tracker.configure(o.appId, o.mode, o.environment);
+    if (!tracker.isConfigured()) return "the library refused the application id '" + o.appId + "'";
+    if (o.accuracy || o.distanceFilter || o.cacheExpiration || o.zoneInterval || o.lingerTime || o.maxLingerTime ||
+        o.retryInterval) {
+        const configOptions defaults;
+        tracker.setParameters(o.accuracy.value_or(defaults.locationAccuracy),
+                              o.distanceFilter.value_or(defaults.locationDistanceFilt),
+                              o.cacheExpiration.value_or(defaults.cacheExpiration),
+                              o.zoneInterval.value_or(defaults.zoneInterval), o.lingerTime.value_or(defaults.lingerTime),
+                              o.maxLingerTime.value_or(defaults.maxLingerTime),
+                              o.retryInterval.value_or(defaults.requestQueueRetryInterval));
+    }
+    tracker.setTriggerDelegate(std::move(delegate));
+    tracker.start();
+    return std::nullopt;
+}
+
+} // namespace bvgeo::cli

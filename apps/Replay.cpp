@@ -1,0 +1,284 @@
+#include "Replay.hpp"
+
+#include "CliConsole.hpp"
+#include "HostSetup.hpp"
+#include "VirtualTimeHost.hpp"
+
+#include "datastore/BV1Database.hpp"
+#include "request/RequestQueue.hpp"
+#include "track/TrackReader.hpp"
+
+#include <bvgeo/BVGeoTracker.hpp>
+#include <bvgeo/platform/SharedInstance.hpp>
+
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <thread>
+
+namespace bvgeo::cli {
+
+const char* const kReplayHelp = R"(usage: bvgeo replay TRACK [options]
+
+Plays a recorded track (GPX, NMEA 0183 or CSV, recognised by content) through the
+library as a host application would, in virtual time unless told otherwise.
+
+  --app-id ID            application id (default demo)
+  --env NAME|N           production, staging, qa, development or 0 to 3 (default development)
+  --api-base URL         trigger API base URL of that environment
+  --assets-base URL      zone-file base URL of that environment
+  --mode both|local|remote   trigger mode (default both)
+  --data-dir DIR         documents directory (default ./bvgeo-data)
+  --date YYYY-MM-DD      date of an NMEA log that carries none
+  --accuracy M  --distance-filter M|none  --cache-expiration S  --zone-interval DEG
+  --linger-time S  --max-linger-time S  --retry-interval S
+                         tuning; any of them calls setParameters, the rest keep their defaults
+  --realtime             play at the track's own pace
+  --speed N              play N times faster than the track
+  --drain S              after the last fix, let track time run on until the request
+                         queue is empty or S seconds have passed (default 600)
+  --json                 one JSON object per trigger on standard output, then a summary object
+  --verbose              echo the library's log lines on standard error
+
+example:
+  bvgeo serve --root zones &
+  bvgeo replay examples/data/kent-run-2014-05-10.gpx --api-base http://127.0.0.1:8080/api/v1/app/ \
+      --assets-base http://127.0.0.1:8080/ --linger-time 300
+)";
+
+namespace {
+
+std::vector<OptionSpec> replayOnlySpecs() {
+    return {{"date"}, {"realtime", false}, {"speed"}, {"drain"}};
+}
+
+std::string utcText(double time) {
+    const std::time_t seconds = static_cast<std::time_t>(time);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%SZ", &parts);
+    return text;
+}
+
+// Prints each trigger as the host receives it, on the main queue.
+class PrintingDelegate final : public BVGeoTrackerDelegate {
+public:
+    PrintingDelegate(std::ostream& out, bool json, ReplaySummary& summary)
+        : out_(out), json_(json), summary_(summary) {}
+
+    void BVGeoTrackerOnFenceTriggered(BVGeoTracker&, std::shared_ptr<BVTrigger> trigger) override {
+        switch (trigger->event) {
+        case TriggerType::Enter: ++summary_.enter; break;
+        case TriggerType::Linger: ++summary_.linger; break;
+        case TriggerType::Exit: ++summary_.exit; break;
+        }
+        if (json_) {
+            nlohmann::ordered_json line{{"event", trigger->getEvent()},
+                                        {"fenceId", trigger->fenceId},
+                                        {"fenceName", trigger->fenceName},
+                                        {"timestamp", trigger->timestamp},
+                                        {"locationEvent", std::string(rawValue(trigger->locationEvent))},
+                                        {"deviceId", trigger->deviceId}};
+            out_ << line.dump() << '\n';
+        } else {
+            std::string event = trigger->getEvent();
+            event.resize(7, ' ');
+            out_ << utcText(static_cast<double>(trigger->timestamp)) << "  " << event << trigger->fenceName << " ("
+                 << trigger->fenceId << ")\n";
+        }
+        out_.flush();
+    }
+
+private:
+    std::ostream& out_;
+    bool json_;
+    ReplaySummary& summary_;
+};
+
+class Progress {
+public:
+    Progress(std::size_t total, bool enabled) : total_(total), enabled_(enabled) {}
+    void update(std::size_t done) {
+        if (!enabled_ || total_ == 0) return;
+        const int percent = static_cast<int>(done * 100 / total_);
+        if (percent == shown_) return;
+        shown_ = percent;
+        const int filled = percent / 4;
+        std::fprintf(stderr, "\r[%s%s] %3d%% %zu/%zu fixes", std::string(static_cast<std::size_t>(filled), '#').c_str(),
+                     std::string(static_cast<std::size_t>(25 - filled), ' ').c_str(), percent, done, total_);
+        if (done == total_) std::fputc('\n', stderr);
+        std::fflush(stderr);
+    }
+
+private:
+    std::size_t total_;
+    bool enabled_;
+    int shown_ = -1;
+};
+
+std::int64_t countRows(const std::string& sql, const SqlValues& args = {}) {
+    std::int64_t count = 0;
+    BV1Database().getDatabase().executeQuery(sql, args,
+                                             [&](const DatabaseRow& row) { count = row.int64ForColumnIndex(0); });
+    return count;
+}
+
+std::int64_t requestLines(std::int64_t afterId, const std::string& text) {
+    return countRows("SELECT count(*) FROM log WHERE id > ? AND category = 'REQUESTS' AND instr(message, ?) > 0",
+                     {afterId, text});
+}
+
+void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
+    if (json) {
+        nlohmann::ordered_json summary{
+            {"summary", true},
+            {"fixes", {{"read", s.fixesRead}, {"skipped", s.fixesSkipped}, {"accepted", s.fixesAccepted}}},
+            {"triggers", {{"enter", s.enter}, {"linger", s.linger}, {"exit", s.exit}}},
+            {"requests", {{"sent", s.requestsSent}, {"retried", s.requestsRetried}, {"queued", s.requestsQueued}}},
+            {"database", s.database}};
+        out << summary.dump() << '\n';
+    } else {
+        out << "\nfixes:    " << s.fixesRead << " read, " << s.fixesSkipped << " skipped, " << s.fixesAccepted
+            << " accepted\n"
+            << "triggers: " << s.enter << " enter, " << s.linger << " linger, " << s.exit << " exit\n"
+            << "requests: " << s.requestsSent << " sent, " << s.requestsRetried << " retried, " << s.requestsQueued
+            << " still queued\n"
+            << "database: " << s.database << '\n';
+    }
+    out.flush();
+}
+
+} // namespace
+
+std::vector<OptionSpec> hostOptionSpecs() {
+    return {{"app-id"},      {"env"},          {"api-base"},        {"assets-base"},    {"mode"},
+            {"data-dir"},    {"accuracy"},     {"distance-filter"}, {"cache-expiration"}, {"zone-interval"},
+            {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"json", false},   {"verbose", false},
+            {"help", false}};
+}
+
+void applyHostOptions(const Args& args, ReplayOptions& o) {
+    o.appId = args.value("app-id", o.appId);
+    if (auto env = args.value("env")) o.environment = parseEnvironment(*env);
+    if (auto mode = args.value("mode")) o.mode = parseTriggerMode(*mode);
+    o.apiBase = args.value("api-base");
+    o.assetsBase = args.value("assets-base");
+    o.dataDir = args.value("data-dir", o.dataDir);
+    if (auto accuracy = args.value("accuracy")) o.accuracy = parseAccuracy(*accuracy);
+    if (auto filter = args.value("distance-filter")) o.distanceFilter = parseDistanceFilter(*filter);
+    o.cacheExpiration = args.integer("cache-expiration");
+    o.zoneInterval = args.number("zone-interval");
+    if (o.zoneInterval && *o.zoneInterval <= 0) throw UsageError("--zone-interval must be greater than 0");
+    o.lingerTime = args.integer("linger-time");
+    o.maxLingerTime = args.integer("max-linger-time");
+    o.retryInterval = args.number("retry-interval");
+    o.json = args.has("json");
+    o.verbose = args.has("verbose");
+}
+
+ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {
+    auto specs = hostOptionSpecs();
+    for (auto& spec : replayOnlySpecs()) specs.push_back(spec);
+    Args args(words, specs);
+    ReplayOptions o;
+    applyHostOptions(args, o);
+    if (args.positionals().size() != 1) throw UsageError("replay needs exactly one TRACK file");
+    o.track = args.positionals()[0];
+    o.date = args.value("date");
+    o.realtime = args.has("realtime");
+    if (auto speed = args.number("speed")) {
+        if (*speed <= 0) throw UsageError("--speed must be greater than 0");
+        o.speed = *speed;
+    }
+    if (o.realtime && o.speed == 0.0) o.speed = 1.0;
+    if (auto drain = args.number("drain")) {
+        if (*drain < 0) throw UsageError("--drain must not be negative");
+        o.drain = *drain;
+    }
+    return o;
+}
+
+int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryOut) {
+    TrackReadOptions readOptions;
+    readOptions.date = o.date;
+    readOptions.now = static_cast<double>(std::time(nullptr));
+    TrackReadResult track = readTrackFile(o.track, readOptions);
+    auto console = std::make_shared<CliConsole>(o.verbose);
+    if (!track.ok) {
+        std::cerr << "bvgeo: " << track.error << '\n';
+        return 2;
+    }
+    for (const auto& warning : track.warnings) console->note("warning: " + warning);
+
+    if (auto problem = prepareDataDirectory(o.dataDir)) {
+        std::cerr << "bvgeo: " << *problem << '\n';
+        return 1;
+    }
+
+    ReplaySummary summary;
+    summary.fixesSkipped = track.skippedNoTime + track.skippedOutOfOrder + track.skippedBadCoordinates +
+                           track.skippedBadChecksum + track.skippedBadTime + track.skippedNoFix;
+    summary.fixesRead = track.fixes.size() + summary.fixesSkipped;
+
+    VirtualTimeHost host(o.dataDir, track.fixes.front().timestamp, console);
+    host.install();
+    auto delegate = std::make_shared<PrintingDelegate>(out, o.json, summary);
+    if (auto problem = startHost(o, delegate)) {
+        std::cerr << "bvgeo: " << *problem << '\n';
+        return 1;
+    }
+    host.settle();
+
+    const std::int64_t logBefore = countRows("SELECT coalesce(max(id), 0) FROM log");
+    const std::int64_t locationsBefore = countRows("SELECT count(*) FROM locations");
+
+    Progress progress(track.fixes.size(),
+                      !o.json && ::isatty(STDERR_FILENO) && track.fixes.back().timestamp - track.fixes.front().timestamp > 5);
+    const auto wallStart = std::chrono::steady_clock::now();
+    const double trackStart = track.fixes.front().timestamp;
+    for (std::size_t i = 0; i < track.fixes.size(); ++i) {
+        const auto& fix = track.fixes[i];
+        if (o.speed > 0) {
+            std::this_thread::sleep_until(wallStart + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                                          std::chrono::duration<double>((fix.timestamp - trackStart) / o.speed)));
+        }
+        host.deliver(fix.latitude, fix.longitude, fix.timestamp);
+        progress.update(i + 1);
+    }
+
+    // Let track time run on while reports still wait to go out.
+    auto& queue = RequestQueue::sharedInstance();
+    const double limit = track.fixes.back().timestamp + o.drain;
+    for (int round = 0; round < 100'000; ++round) {
+        if (queue.requests().empty() && queue.retryRequests().empty()) break;
+        auto next = host.nextTimer();
+        if (!next || *next > limit) break;
+        host.advanceTo(*next);
+    }
+
+    BVGeoTracker::sharedInstance().stop();
+    host.settle();
+
+    summary.fixesAccepted = static_cast<std::size_t>(countRows("SELECT count(*) FROM locations") - locationsBefore);
+    summary.requestsSent = static_cast<std::size_t>(requestLines(logBefore, "Request Completed Successfully: "));
+    summary.requestsRetried = static_cast<std::size_t>(requestLines(logBefore, "Request Error: "));
+    summary.requestsQueued = queue.requests().size() + queue.retryRequests().size();
+    summary.database = std::filesystem::absolute(BV1Database().path()).lexically_normal().string();
+    // The host is done: let go of the library's state, which closes the database and
+    // the HTTP connections it keeps open (a server waits for those before it stops).
+    resetAllSharedInstances();
+
+    printSummary(out, summary, o.json);
+    if (summaryOut) *summaryOut = summary;
+    return 0;
+}
+
+} // namespace bvgeo::cli

@@ -1,0 +1,193 @@
+// Replays through the program's own pieces: a track file, the reference server on
+// loopback, the library in virtual time.
+#include "ReferenceHttpServer.hpp"
+#include "Replay.hpp"
+
+#include "zone/ZoneBuilder.hpp"
+#include "zone/ZoneGrid.hpp"
+
+#include <bvgeo/platform/SharedInstance.hpp>
+
+#include <GeographicLib/Geodesic.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace bvgeo::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double kFenceLat = 51.35, kFenceLon = 0.72, kFenceRadius = 200.0;
+constexpr double kStart = 1'400'000'000.0; // 2014-05-13 16:53:20Z
+
+struct Point {
+    double latitude, longitude;
+};
+
+Point offset(double bearing, double metres) {
+    Point p{};
+    GeographicLib::Geodesic::WGS84().Direct(kFenceLat, kFenceLon, bearing, metres, p.latitude, p.longitude);
+    return p;
+}
+
+class ReplayTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        root_ = fs::temp_directory_path() / ("bvgeo-replay-" + std::to_string(::getpid()) + "-" +
+                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root_);
+        fs::create_directories(root_ / "server" / "demo" / "zones");
+        std::ofstream(root_ / "server" / "demo" / "zones" / getZoneName(kFenceLat, kFenceLon, 0.2))
+            << zoneFileText({ZoneFence{"home", "Home", kFenceLat, kFenceLon, kFenceRadius, {}}});
+        ReferenceServerOptions options;
+        options.rootDirectory = (root_ / "server").string();
+        options.triggerDatabasePath = (root_ / "server" / "triggers.sqlite").string();
+        server_ = std::make_unique<ReferenceHttpServer>(options);
+        ASSERT_TRUE(server_->start(0)) << server_->error();
+    }
+    void TearDown() override {
+        resetAllSharedInstances();
+        server_.reset();
+        fs::remove_all(root_);
+    }
+
+    // A CSV track: `rows` of (seconds after kStart, point).
+    std::string writeTrack(const std::vector<std::pair<double, Point>>& rows) {
+        const auto path = (root_ / "track.csv").string();
+        std::ofstream file(path);
+        file.precision(10);
+        file << "time,lat,lon\n";
+        for (const auto& [t, p] : rows) file << kStart + t << ',' << p.latitude << ',' << p.longitude << '\n';
+        return path;
+    }
+
+    ReplayOptions options(const std::string& track) {
+        ReplayOptions o;
+        o.track = track;
+        o.apiBase = server_->apiBaseUrl();
+        o.assetsBase = server_->assetsBaseUrl();
+        o.dataDir = (root_ / "device").string();
+        o.json = true;
+        return o;
+    }
+
+    static std::vector<nlohmann::json> lines(const std::string& text) {
+        std::vector<nlohmann::json> out;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) out.push_back(nlohmann::json::parse(line));
+        return out;
+    }
+
+    fs::path root_;
+    std::unique_ptr<ReferenceHttpServer> server_;
+};
+
+TEST_F(ReplayTest, ThreeHoursInVirtualTimeLingerEveryLingerTimeUntilMaxThenExitAtTheFirstFixOutside) {
+    // Ten minutes 1 km away, two and a half hours at home (2 m of jitter, so no fix
+    // is a duplicate), then 1 km away again: a fix a minute throughout.
+    std::vector<std::pair<double, Point>> rows;
+    double t = 0;
+    for (; t < 600; t += 60) rows.push_back({t, offset(90, 1000)});
+    const double arrived = t;
+    for (int i = 0; t < arrived + 9000; t += 60, ++i) rows.push_back({t, offset(0, (i % 2) * 2.0)});
+    const double left = t;
+    for (; t < left + 1200; t += 60) rows.push_back({t, offset(90, 1000)});
+
+    ReplayOptions o = options(writeTrack(rows));
+    o.distanceFilter = -1.0; // every fix reaches the pipeline
+    o.lingerTime = 300;
+    o.maxLingerTime = 3600;
+    std::ostringstream out;
+    ReplaySummary summary;
+    ASSERT_EQ(runReplay(o, out, &summary), 0);
+
+    auto all = lines(out.str());
+    ASSERT_FALSE(all.empty());
+    const auto summaryLine = all.back();
+    all.pop_back();
+    EXPECT_TRUE(summaryLine["summary"].get<bool>());
+    std::vector<double> lingers;
+    std::vector<std::string> events;
+    for (const auto& trigger : all) {
+        EXPECT_EQ(trigger["fenceId"], "home");
+        EXPECT_EQ(trigger["fenceName"], "Home");
+        EXPECT_EQ(trigger["deviceId"].get<std::string>().size(), 36u);
+        events.push_back(trigger["event"]);
+        if (trigger["event"] == "linger") lingers.push_back(trigger["timestamp"].get<double>() - kStart);
+    }
+    ASSERT_GE(events.size(), 3u);
+    EXPECT_EQ(events.front(), "enter");
+    EXPECT_EQ(all.front()["timestamp"].get<double>(), kStart + arrived);
+    EXPECT_EQ(events.back(), "exit");
+    // The exit comes with the first fix outside, even though the standard tracker
+    // stopped after maxLingerTime: the 1 km jump is a significant change.
+    EXPECT_EQ(all.back()["timestamp"].get<double>(), kStart + left);
+    ASSERT_FALSE(lingers.empty());
+    EXPECT_EQ(lingers.front(), arrived + 300);
+    for (std::size_t i = 1; i < lingers.size(); ++i) EXPECT_EQ(lingers[i] - lingers[i - 1], 300);
+    EXPECT_LT(lingers.back(), arrived + 3600) << "no linger once the stay reaches maxLingerTime";
+    EXPECT_EQ(lingers.size(), 11u);
+
+    EXPECT_EQ(summary.enter, 1u);
+    EXPECT_EQ(summary.exit, 1u);
+    EXPECT_EQ(summary.linger, lingers.size());
+    EXPECT_EQ(summary.fixesRead, rows.size());
+    EXPECT_EQ(summary.requestsSent, events.size()) << "every trigger was posted to the server";
+    EXPECT_EQ(summary.requestsQueued, 0u);
+    EXPECT_EQ(summaryLine["requests"]["sent"], events.size());
+}
+
+TEST_F(ReplayTest, FailedReportsWaitForRetriesUntilTheDrainTimeRunsOut) {
+    // The trigger API fails every report (zone files still come from the healthy
+    // server): reports wait in the retry list, and the drain after the last fix gives
+    // up after --drain seconds of track time with the report still queued.
+    ReferenceServerOptions failing;
+    failing.rootDirectory = (root_ / "server").string();
+    failing.triggerDatabasePath = (root_ / "failing.sqlite").string();
+    failing.failRate = 1.0;
+    ReferenceHttpServer api(failing);
+    ASSERT_TRUE(api.start(0)) << api.error();
+
+    ReplayOptions o = options(writeTrack({{0, offset(90, 1000)}, {60, offset(0, 0)}, {120, offset(0, 2)}}));
+    o.apiBase = api.apiBaseUrl();
+    o.distanceFilter = -1.0;
+    o.drain = 120;
+    std::ostringstream out;
+    ReplaySummary summary;
+    ASSERT_EQ(runReplay(o, out, &summary), 0);
+    EXPECT_EQ(summary.enter, 1u);
+    EXPECT_EQ(summary.requestsSent, 0u);
+    EXPECT_GE(summary.requestsRetried, 1u);
+    EXPECT_EQ(summary.requestsQueued, 1u);
+}
+
+TEST(ReplayOptionsTest, BadOptionsAreUsageErrorsThatNameTheOption) {
+    EXPECT_NO_THROW(parseReplayOptions({"t.gpx", "--env", "qa", "--mode", "remote", "--linger-time", "60"}));
+    const auto good = parseReplayOptions({"t.gpx", "--env=2", "--mode", "local", "--speed", "4"});
+    EXPECT_EQ(good.environment, 2);
+    EXPECT_EQ(good.mode, 1);
+    EXPECT_EQ(good.speed, 4.0);
+    for (const auto& [words, named] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"t.gpx", "--mode", "sometimes"}, "--mode"},
+             {{"t.gpx", "--env", "7"}, "--env"},
+             {{"t.gpx", "--linger-time", "ten"}, "--linger-time"},
+             {{"t.gpx", "--colour"}, "--colour"},
+             {{"t.gpx", "--speed", "0"}, "--speed"},
+             {{}, "TRACK"}}) {
+        try {
+            parseReplayOptions(words);
+            ADD_FAILURE() << "accepted " << named;
+        } catch (const UsageError& error) {
+            EXPECT_THAT(error.what(), ::testing::HasSubstr(named));
+        }
+    }
+}
+
+} // namespace
+} // namespace bvgeo::cli
