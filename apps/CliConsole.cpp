@@ -8,7 +8,9 @@ void CliConsole::log(std::string_view line) {
     if (echoLog_) write(line);
 }
 
-void CliConsole::print(std::string_view line) { write(line); }
+void CliConsole::print(std::string_view line) {
+    if (showPrints_) write(line);
+}
 
 void CliConsole::note(std::string_view line) { write(line); }
 

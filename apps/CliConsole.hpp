@@ -1,7 +1,8 @@
 // CliConsole: where the library's console lines go in the command line. Standard
 // output belongs to the program's own results (triggers, summaries, records), so
-// the library's plain prints go to standard error, and its debug echo of every log
-// line only when the user asked for it (every line is in the database anyway).
+// the library's plain prints (decoded HTTP answers, database notes) go to standard
+// error when `showPrints` is set, and its debug echo of every log line when
+// `echoLog` is (every line is in the database anyway).
 // Thread-safe: whole lines, one at a time.
 #pragma once
 
@@ -13,7 +14,7 @@ namespace bvgeo::cli {
 
 class CliConsole final : public Console {
 public:
-    explicit CliConsole(bool echoLog) : echoLog_(echoLog) {}
+    CliConsole(bool echoLog, bool showPrints) : echoLog_(echoLog), showPrints_(showPrints) {}
     void log(std::string_view line) override;
     void print(std::string_view line) override;
     // Writes a program line to standard error between the library's lines.
@@ -22,6 +23,7 @@ public:
 private:
     void write(std::string_view line);
     const bool echoLog_;
+    const bool showPrints_;
     std::mutex mutex_;
 };
 

@@ -45,7 +45,7 @@ library as a host application would, in virtual time unless told otherwise.
   --drain S              after the last fix, let track time run on until the request
                          queue is empty or S seconds have passed (default 600)
   --json                 one JSON object per trigger on standard output, then a summary object
-  --verbose              echo the library's log lines on standard error
+  --verbose              echo the library's log lines and prints on standard error
 
 example:
   bvgeo serve --root zones &
@@ -211,7 +211,8 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
     readOptions.date = o.date;
     readOptions.now = static_cast<double>(std::time(nullptr));
     TrackReadResult track = readTrackFile(o.track, readOptions);
-    auto console = std::make_shared<CliConsole>(o.verbose);
+    // JSON mode keeps every line of the library's own output, on standard error.
+    auto console = std::make_shared<CliConsole>(o.verbose, o.json || o.verbose);
     if (!track.ok) {
         std::cerr << "bvgeo: " << track.error << '\n';
         return 2;

@@ -93,7 +93,7 @@ int runTrackCommand(const std::vector<std::string>& words, std::ostream& out) {
         std::cerr << "bvgeo: " << *problem << '\n';
         return 1;
     }
-    auto console = std::make_shared<CliConsole>(options.verbose);
+    auto console = std::make_shared<CliConsole>(options.verbose, options.json || options.verbose);
     auto gpsd = std::make_shared<GpsdLocationService>(host, port, [console](const std::string& line) {
         console->note(line);
     });
