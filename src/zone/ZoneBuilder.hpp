@@ -34,6 +34,8 @@ struct ZoneFence {
     double longitude = 0.0;
     double radius = 0.0;
     std::vector<std::string> content_ids;
+
+    friend bool operator==(const ZoneFence&, const ZoneFence&) = default;
 };
 
 struct ZoneBuildOptions {
