@@ -72,8 +72,8 @@ constexpr double kMaxZoneInterval = 90.0;
 
 // Fences from the text of a GeoJSON FeatureCollection of Point features (properties
 // id, name, radius, content_ids; the Feature's own id when properties have none) or
-// of a CSV file with a header naming the columns
-// id, name, lat, lon, radius (in any order; content_ids optional, ';'-separated).
+// of a CSV file with a header naming the columns id, name, lat, lon, radius (in any
+// order; content_ids optional, ';'-separated).
 // The format is chosen by content. `sourceName` only labels the messages.
 ZoneFenceList readZoneFences(std::string_view text, const std::string& sourceName, const ZoneBuildOptions& options);
 
