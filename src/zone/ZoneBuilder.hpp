@@ -8,7 +8,7 @@
 //
 // What a bad fence costs: a problem with one fence (not a Point, no id, a radius that
 // is missing, not a number or not positive, coordinates off the earth, a CSV line
-// with the wrong number of fields, a name or content_ids of the wrong type) skips
+// with the wrong number of fields, text of the wrong type or not in UTF-8) skips
 // that fence with a warning, or rejects the input when `strict` is set. A problem
 // with the input as a whole (unreadable, neither JSON nor CSV, JSON that is not a
 // FeatureCollection, a CSV header without the needed columns, a quote never closed,
@@ -34,6 +34,8 @@ struct ZoneFence {
     double longitude = 0.0;
     double radius = 0.0;
     std::vector<std::string> content_ids;
+
+    friend bool operator==(const ZoneFence&, const ZoneFence&) = default;
 };
 
 struct ZoneBuildOptions {
@@ -58,7 +60,7 @@ struct ZoneBuildResult {
     std::size_t fences = 0;        // fences read and placed
     std::size_t cells = 0;         // zone files the input makes
     std::size_t unchanged = 0;     // of those, files already holding the same text, left untouched
-    std::size_t fenceEntries = 0;  // fences summed over all files written
+    std::size_t fenceEntries = 0;  // fences summed over those files
     std::size_t staleRemoved = 0;  // zone files of an earlier build that no cell needs any more
     std::vector<std::string> warnings;
 };
@@ -69,8 +71,9 @@ constexpr double kMinZoneInterval = 0.002;
 constexpr double kMaxZoneInterval = 90.0;
 
 // Fences from the text of a GeoJSON FeatureCollection of Point features (properties
-// id, name, radius, content_ids) or of a CSV file with a header naming the columns
-// id, name, lat, lon, radius (in any order; content_ids optional, ';'-separated).
+// id, name, radius, content_ids; the Feature's own id when properties have none) or
+// of a CSV file with a header naming the columns id, name, lat, lon, radius (in any
+// order; content_ids optional, ';'-separated).
 // The format is chosen by content. `sourceName` only labels the messages.
 ZoneFenceList readZoneFences(std::string_view text, const std::string& sourceName, const ZoneBuildOptions& options);
 

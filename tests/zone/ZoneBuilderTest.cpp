@@ -20,6 +20,13 @@
 #include <sstream>
 
 namespace bvgeo {
+
+// How gtest shows a fence in a failure message (found next to ZoneFence by lookup).
+static void PrintTo(const ZoneFence& fence, std::ostream* out) {
+    *out << fence.id << " \"" << fence.name << "\" " << fence.latitude << ", " << fence.longitude << " r "
+         << fence.radius << " content " << fence.content_ids.size();
+}
+
 namespace {
 
 using ::testing::ElementsAre;
@@ -159,16 +166,8 @@ TEST(ZoneBuilder, ReadsGeoJsonPointsAndCsvRows) {
          "properties":{"name":"Square"}}]})",
                                   "places.geojson", {.defaultRadius = 250.0});
     ASSERT_TRUE(geojson.ok) << geojson.error;
-    ASSERT_EQ(geojson.fences.size(), 2u);
-    const ZoneFence& shop = geojson.fences[0];
-    EXPECT_EQ(shop.id, "shop");
-    EXPECT_EQ(shop.name, "Shop");
-    EXPECT_DOUBLE_EQ(shop.latitude, 51.37);
-    EXPECT_DOUBLE_EQ(shop.longitude, 0.73);
-    EXPECT_DOUBLE_EQ(shop.radius, 150);
-    EXPECT_THAT(shop.content_ids, ElementsAre("c1", "c2"));
-    EXPECT_EQ(geojson.fences[1].id, "7");
-    EXPECT_DOUBLE_EQ(geojson.fences[1].radius, 250);
+    EXPECT_THAT(geojson.fences, ElementsAre(ZoneFence{"shop", "Shop", 51.37, 0.73, 150, {"c1", "c2"}},
+                                            ZoneFence{"7", "Square", -23.55, -46.63, 250, {}}));
     EXPECT_THAT(geojson.warnings, IsEmpty());
 
     auto csv = readZoneFences("\xef\xbb\xbfid,name,lat,lon,radius\r\n"
@@ -178,21 +177,15 @@ TEST(ZoneBuilder, ReadsGeoJsonPointsAndCsvRows) {
                               "gn3,Iwade,51.38,0.72,\n",
                               "places.csv", {.defaultRadius = 400.0});
     ASSERT_TRUE(csv.ok) << csv.error;
-    ASSERT_EQ(csv.fences.size(), 3u);
-    EXPECT_EQ(csv.fences[0].name, "Sittingbourne, Kent");
-    EXPECT_EQ(csv.fences[1].name, "The \"Old\" Mill\n(by the creek)");
-    EXPECT_DOUBLE_EQ(csv.fences[1].latitude, -23.5);
-    EXPECT_DOUBLE_EQ(csv.fences[2].radius, 400);
+    EXPECT_THAT(csv.fences, ElementsAre(ZoneFence{"gn1", "Sittingbourne, Kent", 51.34, 0.73, 2500, {}},
+                                        ZoneFence{"gn2", "The \"Old\" Mill\n(by the creek)", -23.5, -46.6, 300, {}},
+                                        ZoneFence{"gn3", "Iwade", 51.38, 0.72, 400, {}}));
 
     auto reordered = readZoneFences("name,radius,lon,lat,id,content_ids\nPark,90,2.35,48.85,p1,a; b\n", "p.csv", {});
-    ASSERT_TRUE(reordered.ok) << reordered.error;
-    EXPECT_EQ(reordered.fences[0].id, "p1");
-    EXPECT_DOUBLE_EQ(reordered.fences[0].longitude, 2.35);
-    EXPECT_THAT(reordered.fences[0].content_ids, ElementsAre("a", "b"));
+    EXPECT_THAT(reordered.fences, ElementsAre(ZoneFence{"p1", "Park", 48.85, 2.35, 90, {"a", "b"}}));
 }
 
 TEST(ZoneBuilder, BadFencesAreSkippedWithAWarningAndBadInputsRejected) {
-    const std::string header = "id,name,lat,lon,radius\n";
     struct Skipped {
         const char* input;
         const char* where;
