@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -177,8 +178,8 @@ private:
     // the clock passed midnight.
     void observe(const TimeField& time) {
         if (!time.secondsOfDay) return;
-        if (mLastSecondsOfDay && *time.secondsOfDay < *mLastSecondsOfDay - kHalfDay && mDay) ++*mDay;
-        mLastSecondsOfDay = time.secondsOfDay;
+        if (*time.secondsOfDay < mLastSecondsOfDay - kHalfDay && mDay) ++*mDay;
+        mLastSecondsOfDay = *time.secondsOfDay;
     }
 
     void newDate(std::int64_t day, double secondsOfDay) {
@@ -209,7 +210,8 @@ private:
 
     TrackFixCollector& mFixes;
     std::optional<std::int64_t> mDay;
-    std::optional<double> mLastSecondsOfDay;
+    // -inf until a time of day was seen: nothing is "earlier" than that.
+    double mLastSecondsOfDay = -std::numeric_limits<double>::infinity();
     std::vector<WaitingFix> mWaiting;
     std::vector<std::string_view> mFields;
     std::size_t mLine = 0;

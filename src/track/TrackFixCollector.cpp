@@ -73,7 +73,10 @@ void TrackFixCollector::fail(std::size_t line, std::string_view message) {
     if (mFailed) return;
     mFailed = true;
     mResult.error = mName;
-    if (line > 0) mResult.error += ":" + std::to_string(line);
+    if (line > 0) {
+        mResult.error += ':';
+        mResult.error += std::to_string(line);
+    }
     mResult.error += ": ";
     mResult.error += message;
 }
