@@ -6,9 +6,9 @@
 
 namespace bvgeo::cli {
 
-Args::Args(const std::vector<std::string>& words, const std::vector<OptionSpec>& spec) {
-    auto find = [&](const std::string& name) -> const OptionSpec* {
-        for (const auto& option : spec)
+Args::Args(const std::vector<std::string>& words, const std::vector<OptionDecl>& declared) {
+    auto find = [&](const std::string& name) -> const OptionDecl* {
+        for (const auto& option : declared)
             if (option.name == name) return &option;
         return nullptr;
     };
@@ -31,7 +31,7 @@ Args::Args(const std::vector<std::string>& words, const std::vector<OptionSpec>&
             inlineValue = name.substr(equals + 1);
             name.resize(equals);
         }
-        const OptionSpec* option = find(name);
+        const OptionDecl* option = find(name);
         if (!option) throw UsageError("unknown option --" + name);
         if (!option->takesValue) {
             if (inlineValue) throw UsageError("option --" + name + " takes no value");

@@ -18,15 +18,15 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-struct OptionSpec {
+struct OptionDecl {
     std::string name; // without the dashes
     bool takesValue = true;
 };
 
 class Args {
 public:
-    // Throws UsageError for an option not in `spec`, or one missing its value.
-    Args(const std::vector<std::string>& words, const std::vector<OptionSpec>& spec);
+    // Throws UsageError for an option not in `declared`, or one missing its value.
+    Args(const std::vector<std::string>& words, const std::vector<OptionDecl>& declared);
 
     const std::vector<std::string>& positionals() const { return positionals_; }
     bool has(const std::string& name) const { return flags_.count(name) || values_.count(name); }

@@ -1,5 +1,8 @@
 #include "HostSetup.hpp"
 
+#include <nlohmann/json.hpp>
+
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -54,6 +57,27 @@ std::optional<std::string> prepareDataDirectory(const std::string& directory) {
     }
     std::filesystem::remove(probe, error);
     return std::nullopt;
+}
+
+std::string triggerJsonLine(const BVTrigger& trigger) {
+    nlohmann::ordered_json line{{"event", trigger.getEvent()},
+                                {"fenceId", trigger.fenceId},
+                                {"fenceName", trigger.fenceName},
+                                {"timestamp", trigger.timestamp},
+                                {"locationEvent", std::string(rawValue(trigger.locationEvent))},
+                                {"deviceId", trigger.deviceId}};
+    return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string triggerTextLine(const BVTrigger& trigger) {
+    const auto seconds = static_cast<std::time_t>(trigger.timestamp);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char time[32];
+    std::strftime(time, sizeof time, "%Y-%m-%d %H:%M:%SZ", &parts);
+    std::string event = trigger.getEvent();
+    event.resize(7, ' ');
+    return std::string(time) + "  " + event + trigger.fenceName + " (" + trigger.fenceId + ")";
 }
 
 std::optional<std::string> startHost(const ReplayOptions& o, std::shared_ptr<BVGeoTrackerDelegate> delegate) {

@@ -26,6 +26,11 @@ double parseDistanceFilter(const std::string& text);
 // Creates the directory when missing; a problem text when it cannot be written.
 std::optional<std::string> prepareDataDirectory(const std::string& directory);
 
+// One trigger as the programs print it: a JSON object (event, fenceId, fenceName,
+// timestamp, locationEvent, deviceId) or a readable line with the UTC time.
+std::string triggerJsonLine(const BVTrigger& trigger);
+std::string triggerTextLine(const BVTrigger& trigger);
+
 // Base URLs, configure, optional setParameters, delegate, start. A problem text
 // when the library refused the configuration.
 std::optional<std::string> startHost(const ReplayOptions& options, std::shared_ptr<BVGeoTrackerDelegate> delegate);

@@ -17,7 +17,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -55,17 +54,8 @@ example:
 
 namespace {
 
-std::vector<OptionSpec> replayOnlySpecs() {
+std::vector<OptionDecl> replayOnlyDecls() {
     return {{"date"}, {"realtime", false}, {"speed"}, {"drain"}};
-}
-
-std::string utcText(double time) {
-    const std::time_t seconds = static_cast<std::time_t>(time);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%SZ", &parts);
-    return text;
 }
 
 // Prints each trigger as the host receives it, on the main queue.
@@ -80,20 +70,7 @@ public:
         case TriggerType::Linger: ++summary_.linger; break;
         case TriggerType::Exit: ++summary_.exit; break;
         }
-        if (json_) {
-            nlohmann::ordered_json line{{"event", trigger->getEvent()},
-                                        {"fenceId", trigger->fenceId},
-                                        {"fenceName", trigger->fenceName},
-                                        {"timestamp", trigger->timestamp},
-                                        {"locationEvent", std::string(rawValue(trigger->locationEvent))},
-                                        {"deviceId", trigger->deviceId}};
-            out_ << line.dump() << '\n';
-        } else {
-            std::string event = trigger->getEvent();
-            event.resize(7, ' ');
-            out_ << utcText(static_cast<double>(trigger->timestamp)) << "  " << event << trigger->fenceName << " ("
-                 << trigger->fenceId << ")\n";
-        }
+        out_ << (json_ ? triggerJsonLine(*trigger) : triggerTextLine(*trigger)) << '\n';
         out_.flush();
     }
 
@@ -158,7 +135,7 @@ void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
 
 } // namespace
 
-std::vector<OptionSpec> hostOptionSpecs() {
+std::vector<OptionDecl> hostOptionDecls() {
     return {{"app-id"},      {"env"},          {"api-base"},        {"assets-base"},    {"mode"},
             {"data-dir"},    {"accuracy"},     {"distance-filter"}, {"cache-expiration"}, {"zone-interval"},
             {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"json", false},   {"verbose", false},
@@ -185,9 +162,9 @@ void applyHostOptions(const Args& args, ReplayOptions& o) {
 }
 
 ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {
-    auto specs = hostOptionSpecs();
-    for (auto& spec : replayOnlySpecs()) specs.push_back(spec);
-    Args args(words, specs);
+    auto decls = hostOptionDecls();
+    for (auto& decl : replayOnlyDecls()) decls.push_back(decl);
+    Args args(words, decls);
     ReplayOptions o;
     applyHostOptions(args, o);
     if (args.positionals().size() != 1) throw UsageError("replay needs exactly one TRACK file");

@@ -34,7 +34,7 @@ struct ReplayOptions {
 };
 
 // Options shared by replay and live tracking (everything but the track itself).
-std::vector<OptionSpec> hostOptionSpecs();
+std::vector<OptionDecl> hostOptionDecls();
 // Throws UsageError for a bad option or value.
 void applyHostOptions(const Args& args, ReplayOptions& options);
 ReplayOptions parseReplayOptions(const std::vector<std::string>& words);

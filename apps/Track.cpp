@@ -14,8 +14,6 @@
 #include <bvgeo/platform/linux/LinuxPlatform.hpp>
 #include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
 
-#include <nlohmann/json.hpp>
-
 #include <csignal>
 #include <ctime>
 #include <iostream>
@@ -43,18 +41,7 @@ class TriggerPrinter final : public BVGeoTrackerDelegate {
 public:
     TriggerPrinter(std::ostream& out, bool json) : out_(out), json_(json) {}
     void BVGeoTrackerOnFenceTriggered(BVGeoTracker&, std::shared_ptr<BVTrigger> trigger) override {
-        if (json_) {
-            nlohmann::ordered_json line{{"event", trigger->getEvent()},
-                                        {"fenceId", trigger->fenceId},
-                                        {"fenceName", trigger->fenceName},
-                                        {"timestamp", trigger->timestamp},
-                                        {"locationEvent", std::string(rawValue(trigger->locationEvent))},
-                                        {"deviceId", trigger->deviceId}};
-            out_ << line.dump() << std::endl;
-        } else {
-            out_ << trigger->timestamp << "  " << trigger->getEvent() << "  " << trigger->fenceName << " ("
-                 << trigger->fenceId << ")" << std::endl;
-        }
+        out_ << (json_ ? triggerJsonLine(*trigger) : triggerTextLine(*trigger)) << std::endl;
     }
 
 private:
@@ -72,9 +59,9 @@ std::pair<std::string, std::string> hostAndPort(const std::string& text) {
 } // namespace
 
 int runTrackCommand(const std::vector<std::string>& words, std::ostream& out) {
-    auto specs = hostOptionSpecs();
-    specs.push_back({"gpsd", false});
-    Args args(words, specs);
+    auto decls = hostOptionDecls();
+    decls.push_back({"gpsd", false});
+    Args args(words, decls);
     if (!args.has("gpsd")) throw UsageError("track needs a position source: --gpsd [HOST:PORT]");
     if (args.positionals().size() > 1) throw UsageError("track takes at most one HOST:PORT");
     const auto [host, port] = hostAndPort(args.positionals().empty() ? "localhost:2947" : args.positionals()[0]);
