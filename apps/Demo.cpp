@@ -16,6 +16,9 @@
 #ifndef BVGEO_EXAMPLES_DIR
 #define BVGEO_EXAMPLES_DIR "examples/data"
 #endif
+#ifndef BVGEO_INSTALLED_EXAMPLES_DIR
+#define BVGEO_INSTALLED_EXAMPLES_DIR "/usr/local/share/bvgeo/examples"
+#endif
 
 namespace bvgeo::cli {
 
@@ -39,8 +42,9 @@ namespace {
 
 std::filesystem::path examplesDirectory(const Args& args) {
     if (auto given = args.value("examples")) return *given;
-    for (std::filesystem::path candidate : {std::filesystem::path(BVGEO_EXAMPLES_DIR), std::filesystem::path("examples/data")})
-        if (std::filesystem::exists(candidate / "kent-places.csv")) return candidate;
+    // The source tree of this build, then an installed copy, then the working directory.
+    for (const char* candidate : {BVGEO_EXAMPLES_DIR, BVGEO_INSTALLED_EXAMPLES_DIR, "examples/data"})
+        if (std::filesystem::exists(std::filesystem::path(candidate) / "kent-places.csv")) return candidate;
     return BVGEO_EXAMPLES_DIR;
 }
 
