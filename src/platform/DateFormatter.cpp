@@ -1,6 +1,7 @@
 #include <bvgeo/platform/DateFormatter.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <ctime>
 
 namespace bvgeo {
@@ -77,6 +78,17 @@ std::string formatDatePattern(const std::tm& fields, int millis, std::string_vie
         }
     }
     return out;
+}
+
+SecondsAndMillis splitMilliseconds(double secondsSince1970) {
+    if (!std::isfinite(secondsSince1970)) secondsSince1970 = 0.0;
+    const auto totalMillis = static_cast<long long>(std::llround(secondsSince1970 * 1000.0));
+    SecondsAndMillis split{totalMillis / 1000, static_cast<int>(totalMillis % 1000)};
+    if (split.millis < 0) {
+        split.millis += 1000;
+        --split.seconds;
+    }
+    return split;
 }
 
 } // namespace bvgeo

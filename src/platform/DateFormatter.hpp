@@ -23,4 +23,12 @@ public:
 // millisecond part `millis`. Shared by every formatter so they agree on the letters.
 BVGEO_API std::string formatDatePattern(const std::tm& fields, int millis, std::string_view pattern);
 
+// A time as whole seconds and milliseconds, rounded to the millisecond first so that
+// .9996 rolls into the next second rather than reading ".1000". Non-finite is 0.
+struct SecondsAndMillis {
+    long long seconds = 0;
+    int millis = 0; // 0 to 999, also before 1970
+};
+BVGEO_API SecondsAndMillis splitMilliseconds(double secondsSince1970);
+
 } // namespace bvgeo
