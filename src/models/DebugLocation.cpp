@@ -25,4 +25,17 @@ std::vector<std::shared_ptr<DebugLocation>> DebugLocation::getDebugLocations() {
     return history;
 }
 
+std::optional<std::pair<std::int64_t, DebugLocation>> DebugLocation::getLastDebugLocation() {
+    std::optional<std::pair<std::int64_t, DebugLocation>> last;
+    BV1Database database;
+    database.getDatabase().executeQuery(
+        "SELECT id, latitude, longitude, type, timestamp FROM locations ORDER BY id DESC LIMIT 1", {},
+        [&](const DatabaseRow& row) {
+            last.emplace(row.int64ForColumn("id"),
+                         DebugLocation(row.doubleForColumn("latitude"), row.doubleForColumn("longitude"),
+                                       row.int64ForColumn("timestamp"), row.stringForColumn("type")));
+        });
+    return last;
+}
+
 } // namespace bvgeo

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,8 @@ public:
     static bool saveDebugLocation(double latitude, double longitude, const std::string& type);
     // The whole history, in the order it was saved.
     static std::vector<std::shared_ptr<DebugLocation>> getDebugLocations();
+    // The newest row and its row key; nothing when the history is empty.
+    static std::optional<std::pair<std::int64_t, DebugLocation>> getLastDebugLocation();
 };
 
 } // namespace bvgeo

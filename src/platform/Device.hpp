@@ -22,6 +22,8 @@ public:
     // Fraction 0.0 to 1.0; -1.0 when unknown.
     virtual float batteryLevel() const = 0;
 
+    // The name the device's owner gave it (on Linux, the host name).
+    virtual std::string name() const = 0;
     virtual std::string model() const = 0;
     virtual std::string systemName() const = 0;
     virtual std::string systemVersion() const = 0;

@@ -74,6 +74,7 @@ float PowerSupplyDevice::batteryLevel() const {
     return static_cast<float>(std::clamp(percent, 0, 100)) / 100.0f;
 }
 
+std::string PowerSupplyDevice::name() const { return machine().nodename; }
 std::string PowerSupplyDevice::model() const { return machine().machine; }
 std::string PowerSupplyDevice::systemName() const { return machine().sysname; }
 std::string PowerSupplyDevice::systemVersion() const { return machine().release; }

@@ -22,6 +22,7 @@ public:
     bool isBatteryMonitoringEnabled() const override;
     BatteryState batteryState() const override;
     float batteryLevel() const override;
+    std::string name() const override;
     std::string model() const override;
     std::string systemName() const override;
     std::string systemVersion() const override;

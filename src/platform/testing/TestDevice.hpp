@@ -15,6 +15,7 @@ public:
     bool isBatteryMonitoringEnabled() const override;
     BatteryState batteryState() const override;
     float batteryLevel() const override;
+    std::string name() const override { return "Test Device"; }
     std::string model() const override { return "TestDevice"; }
     std::string systemName() const override { return "Linux"; }
     std::string systemVersion() const override { return "0"; }
