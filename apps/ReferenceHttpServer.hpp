@@ -1,33 +1,23 @@
-// ReferenceHttpServer: puts a ReferenceServer on 127.0.0.1 with cpp-httplib. It
-// owns the handler, the listening socket and the thread that accepts on it;
-// cpp-httplib's worker pool calls the handler, sleeping first for the configured
+// ReferenceHttpServer: a ReferenceServer on 127.0.0.1. It owns the handler and the
+// loopback server that calls it from its workers, sleeping first for the configured
 // delay (a stop() cuts such a sleep short). Start and stop from one controlling
 // thread; port() and the URLs may be read from any thread while it runs. The
-// request log callback is called from the workers, one call at a time, after each
-// answer. The destructor stops the server, so an instance may simply go out of
-// scope, and start() may be called again after stop().
+// destructor stops the server, so an instance may simply go out of scope, and
+// start() may be called again after stop().
 #pragma once
 
+#include "server/LoopbackHttpServer.hpp"
 #include "server/ReferenceServer.hpp"
 
-#include <atomic>
 #include <condition_variable>
-#include <functional>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
-
-namespace httplib {
-class Server;
-}
 
 namespace bvgeo {
 
 class ReferenceHttpServer {
 public:
-    // One line per request: "GET /demo/zones/zone_1_2.json 304".
-    using RequestLog = std::function<void(const std::string& line)>;
+    using RequestLog = LoopbackHttpServer::RequestLog;
 
     explicit ReferenceHttpServer(ReferenceServerOptions options);
     ~ReferenceHttpServer();
@@ -46,13 +36,13 @@ public:
     // finish. Harmless when not running.
     void stop();
 
-    bool running() const { return port_.load() > 0; }
-    int port() const { return port_.load(); } // 0 when not running
+    bool running() const { return http_.running(); }
+    int port() const { return http_.port(); } // 0 when not running
     std::string apiBaseUrl() const;           // http://127.0.0.1:<port>/api/v1/app/
     std::string assetsBaseUrl() const;        // http://127.0.0.1:<port>/
     const std::string& error() const { return error_; }
     // Requests a worker has taken up and not yet answered, the delay included.
-    int requestsInProgress() const { return inProgress_.load(); }
+    int requestsInProgress() const { return http_.requestsInProgress(); }
 
     ReferenceServer& handler() { return handler_; }
 
@@ -61,19 +51,11 @@ private:
     bool waitDelay();
 
     ReferenceServer handler_;
-    RequestLog log_;
-    std::mutex logMutex_;
-
-    std::unique_ptr<httplib::Server> http_;
-    std::thread thread_;
-    std::atomic<bool> listenReturned_{false};
-    std::atomic<int> port_{0};
-    std::atomic<int> inProgress_{0};
     std::string error_;
-
     std::mutex stopMutex_;
     std::condition_variable stopChanged_;
     bool stopping_ = false;
+    LoopbackHttpServer http_; // last: its workers use the members above until it stops
 };
 
 } // namespace bvgeo

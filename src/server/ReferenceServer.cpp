@@ -36,20 +36,6 @@ constexpr std::string_view kAccessDenied =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<Error><Code>AccessDenied</Code><Message>Access Denied</Message></Error>";
 
-char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return lower(x) == lower(y);
-           });
-}
-
-std::optional<std::string> findHeader(const HeaderList& headers, std::string_view name) {
-    for (const auto& [key, value] : headers)
-        if (equalsIgnoringCase(key, name)) return value;
-    return std::nullopt;
-}
-
 std::string_view trim(std::string_view text) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
     while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
@@ -92,39 +78,6 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
         if (at == std::string_view::npos) return parts;
         text.remove_prefix(at + 1);
     }
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-std::string decodeQueryComponent(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (c == '+') {
-            out += ' ';
-        } else if (c == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
-            out += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
-            i += 2;
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
-std::optional<std::string> queryParameter(std::string_view query, std::string_view name) {
-    for (auto pair : split(query, '&')) {
-        auto equals = pair.find('=');
-        if (decodeQueryComponent(pair.substr(0, equals)) != name) continue;
-        return equals == std::string_view::npos ? std::string() : decodeQueryComponent(pair.substr(equals + 1));
-    }
-    return std::nullopt;
 }
 
 // Object keys are plain file names: nothing that a shell, a URL or the file system
@@ -205,9 +158,6 @@ std::int64_t systemNow() {
 }
 
 } // namespace
-
-std::optional<std::string> ServerRequest::header(std::string_view name) const { return findHeader(headers, name); }
-std::optional<std::string> ServerResponse::header(std::string_view name) const { return findHeader(headers, name); }
 
 ReferenceServer::ReferenceServer(ReferenceServerOptions options) : options_(std::move(options)) {
     if (std::isnan(options_.failRate)) options_.failRate = 0.0;

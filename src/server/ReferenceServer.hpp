@@ -17,6 +17,7 @@
 // checks what arrived.
 #pragma once
 
+#include "server/HttpExchange.hpp"
 #include "server/TriggerStore.hpp"
 
 #include <cstdint>
@@ -29,28 +30,6 @@
 #include <vector>
 
 namespace bvgeo {
-
-using HeaderList = std::vector<std::pair<std::string, std::string>>;
-
-struct ServerRequest {
-    std::string method;
-    std::string path;  // percent-decoded, without the query
-    std::string query; // the raw text after '?', still percent-encoded
-    HeaderList headers;
-    std::string body;
-
-    // Case-insensitive, as HTTP header names are; the first match wins.
-    std::optional<std::string> header(std::string_view name) const;
-};
-
-struct ServerResponse {
-    int status = 200;
-    std::string contentType; // empty when the answer has no body (304, 503)
-    HeaderList headers;      // besides Content-Type
-    std::string body;
-
-    std::optional<std::string> header(std::string_view name) const;
-};
 
 struct ReferenceServerOptions {
     std::string rootDirectory;       // holds <appId>/zones/<file>
