@@ -1,0 +1,90 @@
+#include "debug/DebugMapViewController.hpp"
+
+#include "models/DebugLocation.hpp"
+#include "models/Fence.hpp"
+#include <bvgeo/platform/NumberText.hpp>
+#include "zone/ZoneGrid.hpp"
+
+#include <bvgeo/BVGeoTracker.hpp>
+
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+
+namespace bvgeo {
+
+namespace {
+
+using nlohmann::json;
+
+// Corner arithmetic leaves binary noise (-23.55 - 0.05 = -23.599999999999998);
+// a nanodegree is a tenth of a millimetre, far below anything a map shows.
+double tidy(double degrees) { return std::round(degrees * 1e9) / 1e9; }
+
+json positionJson() {
+    auto last = DebugLocation::getLastDebugLocation();
+    if (!last) return nullptr;
+    const auto& [id, location] = *last;
+    return {{"id", id},
+            {"latitude", location.latitude},
+            {"longitude", location.longitude},
+            {"timestamp", location.timestamp},
+            {"type", location.type}};
+}
+
+std::string radiusText(double radius) {
+    // Whole metres read as such ("100"), anything else in its shortest exact form.
+    if (std::isfinite(radius) && radius == std::trunc(radius) && std::fabs(radius) < 1e15)
+        return std::to_string(static_cast<long long>(radius));
+    return doubleText(radius);
+}
+
+} // namespace
+
+DebugMapViewController::ZoneCorners DebugMapViewController::zoneCorners(double latitude, double longitude,
+                                                                         double zoneInterval) {
+    const auto centre = getZoneCenterCoordinates(latitude, longitude, zoneInterval);
+    const double half = zoneInterval / 2;
+    return {{{tidy(centre.latitude - half), tidy(centre.longitude - half)},
+             {tidy(centre.latitude - half), tidy(centre.longitude + half)},
+             {tidy(centre.latitude + half), tidy(centre.longitude + half)},
+             {tidy(centre.latitude + half), tidy(centre.longitude - half)}}};
+}
+
+std::string DebugMapViewController::fenceTitle(const Fence& fence) {
+    return fence.name + " - " + radiusText(fence.radius) + "m";
+}
+
+json DebugMapViewController::drawOverlays(const std::string& tileUrlTemplate) {
+    // Fences first, then the zone, as the page draws them.
+    json fences = json::array();
+    for (const auto& fence : Fence::getFences(true)) {
+        FenceOverlay overlay{fence->latitude, fence->longitude, fence->radius};
+        fences.push_back({{"id", fence->id},
+                          {"name", fence->name},
+                          {"latitude", overlay.latitude},
+                          {"longitude", overlay.longitude},
+                          {"radius", overlay.radius},
+                          {"title", fenceTitle(*fence)}});
+    }
+    const double interval = BVGeoTracker::sharedInstance().config().zoneInterval;
+    json position = positionJson();
+    json zone = nullptr;
+    if (!position.is_null() && interval > 0) {
+        const double latitude = position["latitude"].get<double>();
+        const double longitude = position["longitude"].get<double>();
+        const auto centre = getZoneCenterCoordinates(latitude, longitude, interval);
+        json corners = json::array();
+        for (const auto& corner : zoneCorners(latitude, longitude, interval)) corners.push_back({corner[0], corner[1]});
+        zone = {{"center", {tidy(centre.latitude), tidy(centre.longitude)}}, {"corners", corners}};
+    }
+    return {{"position", position},
+            {"zoneInterval", interval},
+            {"zone", zone},
+            {"fences", fences},
+            {"tileUrlTemplate", tileUrlTemplate.empty() ? json(nullptr) : json(tileUrlTemplate)}};
+}
+
+json DebugMapViewController::userLocation() { return {{"position", positionJson()}}; }
+
+} // namespace bvgeo
