@@ -25,6 +25,7 @@ commands:
   serve --root DIR          the reference zone and trigger server on 127.0.0.1
   zones build INPUT --out DIR --app-id ID   turn fences into zone files
   logs | triggers | locations [--data-dir DIR]   read a data directory's database back
+  console [--data-dir DIR]  the debug console (map and log pages) on 127.0.0.1
 
 Every command answers --help. bvgeo --version prints the library version.
 )";
@@ -47,6 +48,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& words) 
     if (command == "serve") return wantsHelp(words) ? help(kServeHelp) : runServeCommand(words, std::cout);
     if (command == "zones") return wantsHelp(words) ? help(kZonesHelp) : runZonesCommand(words, std::cout);
     if (command == "track") return wantsHelp(words) ? help(kTrackHelp) : runTrackCommand(words, std::cout);
+    if (command == "console") return wantsHelp(words) ? help(kConsoleHelp) : runConsoleCommand(words, std::cout);
     if (command == "logs" || command == "triggers" || command == "locations")
         return wantsHelp(words) ? help(kRecordsHelp) : runRecords(command, words, std::cout);
     throw UsageError("unknown command '" + command + "' (bvgeo --help lists them)");

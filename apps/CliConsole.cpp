@@ -9,15 +9,19 @@ void CliConsole::log(std::string_view line) {
 }
 
 void CliConsole::print(std::string_view line) {
-    if (showPrints_) write(line);
+    if (printsToStandardOutput_)
+        write(line, stdout);
+    else if (showPrints_)
+        write(line);
 }
 
 void CliConsole::note(std::string_view line) { write(line); }
 
-void CliConsole::write(std::string_view line) {
+void CliConsole::write(std::string_view line, std::FILE* stream) {
     std::lock_guard lock(mutex_);
-    std::fwrite(line.data(), 1, line.size(), stderr);
-    std::fputc('\n', stderr);
+    std::fwrite(line.data(), 1, line.size(), stream);
+    std::fputc('\n', stream);
+    std::fflush(stream);
 }
 
 } // namespace bvgeo::cli

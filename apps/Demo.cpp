@@ -3,6 +3,7 @@
 // replays the example track through the library in virtual time and prints the
 // triggers and a summary.
 #include "Commands.hpp"
+#include "ConsoleHost.hpp"
 #include "ReferenceHttpServer.hpp"
 #include "Replay.hpp"
 
@@ -22,7 +23,7 @@
 
 namespace bvgeo::cli {
 
-const char* const kDemoHelp = R"(usage: bvgeo demo [--data-dir DIR] [--examples DIR] [--json] [--verbose]
+const char* const kDemoHelp = R"(usage: bvgeo demo [--data-dir DIR] [--examples DIR] [--json] [--verbose] [--console [--port N]]
 
 Builds zone files from the example places, starts the reference server on a free
 port of 127.0.0.1, replays the example track (a 2-hour run in Kent) through the
@@ -33,6 +34,8 @@ beyond loopback. Each run starts from an empty data directory.
   --examples DIR   where kent-run-2014-05-10.gpx and kent-places.csv are
   --json           triggers and summary as JSON lines
   --verbose        echo the library's log lines on standard error
+  --console        afterwards, serve the debug console for the demo's device until Ctrl-C
+  --port N         the console's port (default 0: a free one)
 
 example:
   bvgeo demo
@@ -51,7 +54,8 @@ std::filesystem::path examplesDirectory(const Args& args) {
 } // namespace
 
 int runDemoCommand(const std::vector<std::string>& words, std::ostream& out) {
-    Args args(words, {{"data-dir"}, {"examples"}, {"json", false}, {"verbose", false}, {"help", false}});
+    Args args(words, {{"data-dir"}, {"examples"}, {"json", false}, {"verbose", false},
+                      {"console", false}, {"port"}, {"help", false}});
     if (!args.positionals().empty()) throw UsageError("demo takes no arguments");
     const auto examples = examplesDirectory(args);
     const auto track = examples / "kent-run-2014-05-10.gpx";
@@ -100,6 +104,13 @@ int runDemoCommand(const std::vector<std::string>& words, std::ostream& out) {
     replay.json = args.has("json");
     replay.verbose = args.has("verbose");
     const int status = runReplay(replay, out);
+    if (status == 0 && args.has("console")) {
+        DebugConsoleOptions console;
+        if (auto port = args.integer("port")) console.port = static_cast<int>(*port);
+        // The reference server stays up, so tracking restarted from the console
+        // reaches it as the replay did.
+        return serveConsole(replay, console, out);
+    }
     server.stop();
     return status;
 }

@@ -80,7 +80,7 @@ std::string triggerTextLine(const BVTrigger& trigger) {
     return std::string(time) + "  " + event + trigger.fenceName + " (" + trigger.fenceId + ")";
 }
 
-std::optional<std::string> startHost(const ReplayOptions& o, std::shared_ptr<BVGeoTrackerDelegate> delegate) {
+std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr<BVGeoTrackerDelegate> delegate) {
     auto& tracker = BVGeoTracker::sharedInstance();
     const auto environment = *environmentFromRaw(o.environment);
     if (o.apiBase || o.assetsBase) {
@@ -102,7 +102,12 @@ std::optional<std::string> startHost(const ReplayOptions& o, std::shared_ptr<BVG
                               o.retryInterval.value_or(defaults.requestQueueRetryInterval));
     }
     tracker.setTriggerDelegate(std::move(delegate));
-    tracker.start();
+    return std::nullopt;
+}
+
+std::optional<std::string> startHost(const ReplayOptions& options, std::shared_ptr<BVGeoTrackerDelegate> delegate) {
+    if (auto problem = configureHost(options, std::move(delegate))) return problem;
+    BVGeoTracker::sharedInstance().start();
     return std::nullopt;
 }
 

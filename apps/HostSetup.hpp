@@ -31,8 +31,10 @@ std::optional<std::string> prepareDataDirectory(const std::string& directory);
 std::string triggerJsonLine(const BVTrigger& trigger);
 std::string triggerTextLine(const BVTrigger& trigger);
 
-// Base URLs, configure, optional setParameters, delegate, start. A problem text
-// when the library refused the configuration.
+// Base URLs, configure, optional setParameters, delegate. A problem text when the
+// library refused the configuration.
+std::optional<std::string> configureHost(const ReplayOptions& options, std::shared_ptr<BVGeoTrackerDelegate> delegate);
+// configureHost, then start.
 std::optional<std::string> startHost(const ReplayOptions& options, std::shared_ptr<BVGeoTrackerDelegate> delegate);
 
 } // namespace bvgeo::cli
