@@ -146,9 +146,12 @@ function stopChild(child) {
 
 // Starts `bvgeo console` on a free port and resolves once it has printed its
 // address; register `stop` with t.after so it is ended even when a test fails.
+// The zone interval is not stored with the data, so the console is told the one
+// the fixture was replayed with.
 export function startConsole(dataDir, extra = []) {
   return new Promise((resolve, reject) => {
-    const child = spawn(BINARY, ['console', '--data-dir', dataDir, '--port', '0', ...extra], { stdio: ['ignore', 'pipe', 'pipe'] });
+    const args = ['console', '--data-dir', dataDir, '--port', '0', '--zone-interval', '0.1', ...extra];
+    const child = spawn(BINARY, args, { stdio: ['ignore', 'pipe', 'pipe'] });
     let stdout = '';
     let stderr = '';
     let started = false;
