@@ -4,19 +4,14 @@
 #include "Commands.hpp"
 #include "ConsoleHost.hpp"
 #include "HostSetup.hpp"
+#include "SignalLoop.hpp"
 
 #include "datastore/BV1Database.hpp"
 #include "request/HTTPClient.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
-#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
 
-#include <csignal>
 #include <iostream>
-#include <pthread.h>
-#include <thread>
 
 namespace bvgeo::cli {
 
@@ -61,13 +56,7 @@ std::vector<std::string> splitAddresses(const std::string& text) {
 } // namespace
 
 int serveConsole(const ReplayOptions& host, const DebugConsoleOptions& consoleOptions, std::ostream& out) {
-    // Every thread started from here on inherits the mask, so only the waiter below
-    // ever sees Ctrl-C: the loop is ended from the main queue, not from a handler.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    const sigset_t stopSignals = blockStopSignals();
 
     if (auto problem = prepareDataDirectory(host.dataDir)) {
         std::cerr << "bvgeo: " << *problem << '\n';
@@ -78,17 +67,10 @@ int serveConsole(const ReplayOptions& host, const DebugConsoleOptions& consoleOp
     auto console = std::make_shared<CliConsole>(host.verbose, host.verbose, true);
     LinuxPlatformOptions platformOptions;
     platformOptions.documentsDirectory = host.dataDir;
-    platformOptions.mainQueueOnOwnThread = false;
     platformOptions.applicationName = "bvgeo";
     platformOptions.shortVersion = std::string(SDK_VERSION);
-    Platform bundle = makeLinuxPlatform(platformOptions);
-    bundle.console = console;
-    auto mainLoop = std::dynamic_pointer_cast<RunLoopMainQueue>(bundle.mainQueue);
-    if (!mainLoop) {
-        std::cerr << "bvgeo: the platform has no run loop to drive\n";
-        return 1;
-    }
-    installPlatform(bundle);
+    auto mainLoop = installRunLoopPlatform(platformOptions, console);
+    if (!mainLoop) return 1;
     if (auto problem = configureHost(host, nullptr)) {
         std::cerr << "bvgeo: " << *problem << '\n';
         return 1;
@@ -102,16 +84,7 @@ int serveConsole(const ReplayOptions& host, const DebugConsoleOptions& consoleOp
     out << "Debug console at " << debugConsole.url() << std::endl;
     console->note("serving " + host.dataDir + "; Ctrl-C stops");
 
-    std::thread waiter([&] {
-        int signal = 0;
-        sigwait(&stopSignals, &signal);
-        mainLoop->async([&] {
-            BVGeoTracker::sharedInstance().stop();
-            mainLoop->stop();
-        });
-    });
-    mainLoop->run();
-    waiter.join();
+    runUntilStopSignal(*mainLoop, stopSignals, [] { BVGeoTracker::sharedInstance().stop(); });
 
     debugConsole.stop();
     HTTPClient::sharedInstance().waitUntilIdle(10.0);

@@ -4,21 +4,16 @@
 #include "Commands.hpp"
 #include "HostSetup.hpp"
 #include "Replay.hpp"
+#include "SignalLoop.hpp"
 
 #include "datastore/BV1Database.hpp"
 #include "request/HTTPClient.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/linux/GpsdLocationService.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
-#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
 
-#include <csignal>
 #include <ctime>
 #include <iostream>
-#include <pthread.h>
-#include <thread>
 
 namespace bvgeo::cli {
 
@@ -68,13 +63,7 @@ int runTrackCommand(const std::vector<std::string>& words, std::ostream& out) {
     ReplayOptions options;
     applyHostOptions(args, options);
 
-    // Every thread started from here on inherits the mask, so only the waiter below
-    // ever sees Ctrl-C: the library is stopped from its main queue, not from a handler.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    const sigset_t stopSignals = blockStopSignals();
 
     if (auto problem = prepareDataDirectory(options.dataDir)) {
         std::cerr << "bvgeo: " << *problem << '\n';
@@ -86,17 +75,10 @@ int runTrackCommand(const std::vector<std::string>& words, std::ostream& out) {
     });
     LinuxPlatformOptions platformOptions;
     platformOptions.documentsDirectory = options.dataDir;
-    platformOptions.mainQueueOnOwnThread = false;
     platformOptions.applicationName = "bvgeo";
     platformOptions.locationService = gpsd;
-    Platform bundle = makeLinuxPlatform(platformOptions);
-    bundle.console = console;
-    auto mainLoop = std::dynamic_pointer_cast<RunLoopMainQueue>(bundle.mainQueue);
-    if (!mainLoop) {
-        std::cerr << "bvgeo: the platform has no run loop to drive\n";
-        return 1;
-    }
-    installPlatform(bundle);
+    auto mainLoop = installRunLoopPlatform(platformOptions, console);
+    if (!mainLoop) return 1;
 
     if (auto problem = startHost(options, std::make_shared<TriggerPrinter>(out, options.json))) {
         std::cerr << "bvgeo: " << *problem << '\n';
@@ -105,16 +87,7 @@ int runTrackCommand(const std::vector<std::string>& words, std::ostream& out) {
     gpsd->start();
     console->note("tracking from gpsd at " + host + ":" + port + "; Ctrl-C stops");
 
-    std::thread waiter([&] {
-        int signal = 0;
-        sigwait(&stopSignals, &signal);
-        mainLoop->async([&] {
-            BVGeoTracker::sharedInstance().stop();
-            mainLoop->stop();
-        });
-    });
-    mainLoop->run();
-    waiter.join();
+    runUntilStopSignal(*mainLoop, stopSignals, [] { BVGeoTracker::sharedInstance().stop(); });
 
     gpsd->stop();
     HTTPClient::sharedInstance().waitUntilIdle(10.0);
