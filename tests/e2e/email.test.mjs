@@ -3,29 +3,18 @@
 import assert from 'node:assert/strict';
 import { copyFile, mkdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
-import { after, before, test } from 'node:test';
-import {
-  OUTPUT_DIR, SKIP_REAL, buildFixture, eventually, launchBrowser, openPage, parseMail, sqliteFiles, startConsole, startSmtpSink,
-} from './support.mjs';
+import { test } from 'node:test';
+import { OUTPUT_DIR, SKIP_REAL, eventually, openPage, parseMail, sqliteFiles, startConsole, startSmtpSink, useFixtureAndBrowser } from './support.mjs';
 
 const FROM = 'console@e2e.test';
 const TO = 'team@e2e.test';
 
-let fixture;
-let browser;
-before(async () => {
-  if (SKIP_REAL) return;
-  fixture = await buildFixture();
-  browser = await launchBrowser();
-});
-after(async () => {
-  await browser?.close();
-  await fixture?.remove();
-});
+// One replayed data directory and one browser for every test of this file.
+const run = useFixtureAndBrowser();
 
 // A data directory that also keeps an older archive in a folder of its own.
 async function dataDirWithArchive() {
-  const dir = await fixture.dataDir();
+  const dir = await run.fixture.dataDir();
   await mkdir(path.join(dir, 'older'));
   await copyFile(path.join(dir, 'BVGDatabase.sqlite'), path.join(dir, 'older', 'first run.sqlite'));
   return dir;
@@ -34,7 +23,7 @@ async function dataDirWithArchive() {
 async function openLog(t, dataDir, extra = []) {
   const consoleProcess = await startConsole(dataDir, extra);
   t.after(() => consoleProcess.stop());
-  const { context, page, offsite } = await openPage(browser);
+  const { context, page, offsite } = await openPage(run.browser);
   t.after(() => context.close());
   await page.goto(`${consoleProcess.url}log`);
   await page.waitForFunction(() => document.getElementById('log').textContent !== '');

@@ -3,30 +3,19 @@
 import assert from 'node:assert/strict';
 import { copyFile, mkdtemp, readFile } from 'node:fs/promises';
 import path from 'node:path';
-import { after, before, test } from 'node:test';
-import {
-  SKIP_REAL, buildFixture, eventually, launchBrowser, newestFirstText, openPage, readLogs, screenshot, sqliteFiles, startConsole,
-} from './support.mjs';
+import { test } from 'node:test';
+import { SKIP_REAL, eventually, newestFirstText, openPage, readLogs, screenshot, sqliteFiles, startConsole, useFixtureAndBrowser } from './support.mjs';
 
 const FILTERS = ['NONE', 'FENCE', 'ZONE', 'GENERAL', 'LOCATION', 'REQUESTS', 'TRIGGER', 'CLIENT'];
 
-let fixture;
-let browser;
-before(async () => {
-  if (SKIP_REAL) return;
-  fixture = await buildFixture();
-  browser = await launchBrowser();
-});
-after(async () => {
-  await browser?.close();
-  await fixture?.remove();
-});
+// One replayed data directory and one browser for every test of this file.
+const run = useFixtureAndBrowser();
 
 async function openLog(t) {
-  const dataDir = await fixture.dataDir();
+  const dataDir = await run.fixture.dataDir();
   const consoleProcess = await startConsole(dataDir);
   t.after(() => consoleProcess.stop());
-  const { context, page, offsite, errors } = await openPage(browser);
+  const { context, page, offsite, errors } = await openPage(run.browser);
   t.after(() => context.close());
   await page.goto(`${consoleProcess.url}log`);
   return { dataDir, page, offsite, errors };
@@ -130,7 +119,7 @@ test('restart offers the current minute as name, refuses empty and taken names, 
   });
   assert.deepEqual(await sqliteFiles(dataDir), ['BVGDatabase.sqlite', 'e2e archive.sqlite']);
   // The archive is the old database: read it back through the command line.
-  const readBack = await mkdtemp(path.join(fixture.root, 'archive-'));
+  const readBack = await mkdtemp(path.join(run.fixture.root, 'archive-'));
   await copyFile(archive, path.join(readBack, 'BVGDatabase.sqlite'));
   const archived = await readLogs(readBack);
   assert.deepEqual(archived.slice(0, oldRows.length), oldRows);

@@ -1,28 +1,19 @@
 // The map page of a real `bvgeo console` over a replayed data directory.
 import assert from 'node:assert/strict';
 import http from 'node:http';
-import { after, before, test } from 'node:test';
-import { FENCES, EARLIER, SKIP_REAL, buildFixture, eventually, launchBrowser, openPage, screenshot, startConsole } from './support.mjs';
+import { test } from 'node:test';
+import { EARLIER, FENCES, SKIP_REAL, eventually, openPage, screenshot, startConsole, useFixtureAndBrowser } from './support.mjs';
 
 const ZONE_CORNERS = [[-23.6, -46.7], [-23.6, -46.6], [-23.5, -46.6], [-23.5, -46.7]];
 const TITLES = FENCES.map((f) => `${f.name} - ${f.radius}m`).sort();
 
-let fixture;
-let browser;
-before(async () => {
-  if (SKIP_REAL) return;
-  fixture = await buildFixture();
-  browser = await launchBrowser();
-});
-after(async () => {
-  await browser?.close();
-  await fixture?.remove();
-});
+// One replayed data directory and one browser for every test of this file.
+const run = useFixtureAndBrowser();
 
 async function openMap(t, extra = []) {
-  const consoleProcess = await startConsole(await fixture.dataDir(), extra);
+  const consoleProcess = await startConsole(await run.fixture.dataDir(), extra);
   t.after(() => consoleProcess.stop());
-  const opened = await openPage(browser);
+  const opened = await openPage(run.browser);
   t.after(() => opened.context.close());
   return { consoleProcess, ...opened };
 }

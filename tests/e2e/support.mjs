@@ -6,6 +6,7 @@ import { cp, mkdir, mkdtemp, readdir, rm, writeFile } from 'node:fs/promises';
 import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
+import { after, before } from 'node:test';
 import { chromium } from 'playwright-core';
 
 export const BINARY = process.env.BVGEO_BINARY || '';
@@ -191,6 +192,23 @@ export function launchBrowser() {
       '--disable-background-networking', '--disable-component-update', '--disable-sync'],
     timeout: 30_000,
   });
+}
+
+// Registers the hooks that make one replayed data directory and one browser for
+// the tests of the calling file (nothing when the real program is not given) and
+// tear them down after; read them as run.fixture and run.browser inside a test.
+export function useFixtureAndBrowser() {
+  const run = { fixture: undefined, browser: undefined };
+  before(async () => {
+    if (SKIP_REAL) return;
+    run.fixture = await buildFixture();
+    run.browser = await launchBrowser();
+  });
+  after(async () => {
+    await run.browser?.close();
+    await run.fixture?.remove();
+  });
+  return run;
 }
 
 // A page whose requests to anywhere but 127.0.0.1 are refused and recorded,
