@@ -6,6 +6,7 @@
 #include "ConsoleHost.hpp"
 #include "ReferenceHttpServer.hpp"
 #include "Replay.hpp"
+#include "SignalLoop.hpp"
 
 #include "Args.hpp"
 
@@ -57,6 +58,10 @@ int runDemoCommand(const std::vector<std::string>& words, std::ostream& out) {
     Args args(words, {{"data-dir"}, {"examples"}, {"json", false}, {"verbose", false},
                       {"console", false}, {"port"}, {"help", false}});
     if (!args.positionals().empty()) throw UsageError("demo takes no arguments");
+    if (args.has("port") && !args.has("console")) throw UsageError("--port is the console's: give --console too");
+    // The console that follows waits for Ctrl-C on a thread of its own; every thread
+    // of the demo, the reference server's among them, must leave the signal to it.
+    if (args.has("console")) blockStopSignals();
     const auto examples = examplesDirectory(args);
     const auto track = examples / "kent-run-2014-05-10.gpx";
     const auto places = examples / "kent-places.csv";

@@ -28,7 +28,9 @@ constexpr std::string_view kTokenHeader = "X-BVGeo-Token";
 // Pages, scripts and data come from the console alone; only map tiles, when a host
 // names a tile server, may come from elsewhere.
 constexpr std::string_view kPagePolicy = "default-src 'self'; script-src 'self'; style-src 'self' 'unsafe-inline'; "
-                                         "connect-src 'self'; frame-ancestors 'none'; base-uri 'none'; img-src 'self' data:";
+                                         "connect-src 'self'; frame-ancestors 'none'; base-uri 'none'";
+constexpr std::string_view kImagesOwn = "; img-src 'self' data:";
+constexpr std::string_view kImagesWithTiles = "; img-src 'self' data: https: http:";
 
 std::string newToken() {
     std::random_device random;
@@ -196,7 +198,7 @@ private:
         if (!allowedHost(request.header("Host"))) return problem(403, "unknown Host");
         if (!allowedOrigin(request.header("Origin"))) return problem(403, "unknown Origin");
         const std::string& path = request.path;
-        if (request.method == "GET") {
+        if (request.method == "GET" || request.method == "HEAD") { // httplib drops the body of a HEAD answer
             if (path == "/") {
                 ServerResponse redirect;
                 redirect.status = 302;
@@ -229,7 +231,7 @@ private:
                      at = response.body.find(kTokenPlaceholder, at))
                     response.body.replace(at, kTokenPlaceholder.size(), token());
                 std::string policy(kPagePolicy);
-                if (!options_.tileUrlTemplate.empty()) policy += " https: http:";
+                policy += options_.tileUrlTemplate.empty() ? kImagesOwn : kImagesWithTiles;
                 response.headers.emplace_back("Content-Security-Policy", policy);
                 response.headers.emplace_back("X-Frame-Options", "DENY");
                 response.headers.emplace_back("Cache-Control", "no-store");
