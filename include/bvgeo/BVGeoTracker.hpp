@@ -9,6 +9,7 @@
 #include <bvgeo/BVError.hpp>
 #include <bvgeo/BVTrigger.hpp>
 #include <bvgeo/ConfigOptions.hpp>
+#include <bvgeo/ExtendedOptions.hpp>
 #include <bvgeo/platform/Export.hpp>
 
 #include <atomic>
@@ -57,6 +58,11 @@ public:
     void reset(const std::string& name, const std::function<void()>& success,
                const std::function<void(const BVError& error)>& failure);
 
+    // Options beyond the configuration (durable delivery and the like). Set them
+    // before start(): services read them when they first need them.
+    void setExtendedOptions(const ExtendedOptions& options);
+    ExtendedOptions extendedOptions() const;
+
     // Every stored trigger, oldest first.
     std::vector<std::shared_ptr<BVTrigger>> listTriggers();
 
@@ -93,6 +99,7 @@ private:
     std::string zonesBaseUrl_;
     BVEnvironment environment_ = BVEnvironment::PRODUCTION;
     configOptions config_;
+    ExtendedOptions extendedOptions_;
     std::string appId_;
     TriggerMode triggerMode_ = TriggerMode::BOTH;
     std::shared_ptr<BVGeoTrackerDelegate> delegate_;

@@ -152,6 +152,16 @@ void BVGeoTracker::reset(const std::string& name, const std::function<void()>& s
     if (success) success();
 }
 
+void BVGeoTracker::setExtendedOptions(const ExtendedOptions& options) {
+    std::lock_guard lock(mutex_);
+    extendedOptions_ = options;
+}
+
+ExtendedOptions BVGeoTracker::extendedOptions() const {
+    std::lock_guard lock(mutex_);
+    return extendedOptions_;
+}
+
 std::vector<std::shared_ptr<BVTrigger>> BVGeoTracker::listTriggers() { return Trigger::list(); }
 
 void BVGeoTracker::setEnvironmentURLs(BVEnvironment environment, EnvironmentURLs urls) {
