@@ -2,6 +2,7 @@
 
 #include "logger/Logger.hpp"
 #include "request/HTTPClient.hpp"
+#include "request/Outbox.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
@@ -48,12 +49,28 @@ void RequestQueue::setupTimer() {
     });
 }
 
+// One retry timer at a time: a pass sends everything in the retry list, so a second
+// timer would only send the same requests again before their interval is up, and
+// every failure arming its own timer multiplies the passes during an outage.
 void RequestQueue::setupRetryTimer() {
+    {
+        std::lock_guard lock(mutex_);
+        if (retryTimerArmed_) return;
+        retryTimerArmed_ = true;
+    }
     platform().mainQueue->async([] {
         const auto config = BVGeoTracker::sharedInstance().config();
         platform().mainQueue->scheduleTimer(config.requestQueueRetryInterval, config.requestQueueTolerance,
-                                            [] { RequestQueue::sharedInstance().processRetryQueue(); });
+                                            [] { RequestQueue::sharedInstance().retryTimerFired(); });
     });
+}
+
+void RequestQueue::retryTimerFired() {
+    {
+        std::lock_guard lock(mutex_);
+        retryTimerArmed_ = false;
+    }
+    processRetryQueue();
 }
 
 void RequestQueue::addRequestToQueue(const URLRequest& request) {
@@ -98,26 +115,37 @@ void RequestQueue::processRetryQueue() {
     if (count > 0) {
         Logger::log("Processing Retry Queue: " + std::to_string(count) + " requests on queue",
                     LogCategory::REQUESTS, "processRetryQueue()", 92);
-        for (;;) {
-            std::optional<URLRequest> request;
-            {
-                std::lock_guard lock(mutex_);
-                if (mRequestsRetry.empty()) break;
-                request = std::move(mRequestsRetry.front());
-                mRequestsRetry.pop_front();
-            }
-            performRequest(*request);
+        // The whole list is taken out at once: a send that fails at once lands back in
+        // the list while this pass runs, and must wait for the next pass, not go again.
+        std::deque<URLRequest> batch;
+        {
+            std::lock_guard lock(mutex_);
+            batch.swap(mRequestsRetry);
         }
+        for (const auto& request : batch) performRequest(request);
         setupRetryTimer();
     }
     Logger::log("Retry Queue empty!", LogCategory::REQUESTS, "processRetryQueue()", 101);
 }
 
+void RequestQueue::restoreOutbox() {
+    if (!BVGeoTracker::sharedInstance().extendedOptions().durableDelivery) return;
+    {
+        std::lock_guard lock(mutex_);
+        if (outboxRestored_) return;
+        outboxRestored_ = true;
+    }
+    for (auto& report : Outbox::sharedInstance().pending()) addRequestToQueue(report.request);
+}
+
 void RequestQueue::performRequest(const URLRequest& request) {
     HTTPClient::sharedInstance().performRequest(
         request,
-        [url = request.url](const nlohmann::json&, const HTTPResponse&) {
-            Logger::log("Request Completed Successfully: " + url, LogCategory::REQUESTS, "performRequest", 111);
+        [request](const nlohmann::json&, const HTTPResponse&) {
+            Logger::log("Request Completed Successfully: " + request.url, LogCategory::REQUESTS, "performRequest",
+                        111);
+            if (BVGeoTracker::sharedInstance().extendedOptions().durableDelivery)
+                if (auto key = request.value(Outbox::kKeyHeader)) Outbox::sharedInstance().remove(*key);
         },
         [request](const HTTPResponse&, const HTTPError&) {
             Logger::log("Request Error: " + request.url, LogCategory::REQUESTS, "performRequest", 114);
