@@ -253,9 +253,15 @@ ServerResponse ReferenceServer::storeTrigger(const std::string& appId, const Ser
     trigger.fenceId = body["fenceId"].get<std::string>();
     trigger.sdkVersion = *sdkVersion;
     trigger.receivedAt = currentTime();
-    auto id = store_.insert(trigger);
-    if (!id) return jsonError(500, store_.lastError());
-    return jsonAnswer(200, {{"status", "ok"}, {"id", *id}});
+    trigger.idempotencyKey = std::string(trim(request.header("Idempotency-Key").value_or("")));
+    auto outcome = store_.insert(trigger);
+    if (!outcome) return jsonError(500, store_.lastError());
+    if (outcome->duplicate) {
+        ServerResponse response = jsonAnswer(200, json::object());
+        response.body = R"({"ok":true,"duplicate":true})"; // in this order, which json would sort
+        return response;
+    }
+    return jsonAnswer(200, {{"status", "ok"}, {"id", outcome->id}});
 }
 
 ServerResponse ReferenceServer::listTriggers(const std::string& appId) {
@@ -263,13 +269,15 @@ ServerResponse ReferenceServer::listTriggers(const std::string& appId) {
     auto rows = store_.triggersForApp(appId);
     if (!rows) return jsonError(500, store_.lastError());
     json list = json::array();
-    for (const auto& row : *rows)
-        list.push_back({{"deviceId", row.deviceId},
-                        {"event", row.event},
-                        {"timestamp", row.timestamp},
-                        {"fenceId", row.fenceId},
-                        {"sdkVersion", row.sdkVersion},
-                        {"receivedAt", row.receivedAt}});
+    for (const auto& row : *rows) {
+        json item{{"deviceId", row.deviceId},   {"event", row.event},           {"timestamp", row.timestamp},
+                  {"fenceId", row.fenceId},     {"sdkVersion", row.sdkVersion}, {"receivedAt", row.receivedAt}};
+        if (!row.idempotencyKey.empty()) {
+            item["idempotencyKey"] = row.idempotencyKey;
+            item["duplicates"] = row.duplicates;
+        }
+        list.push_back(std::move(item));
+    }
     return jsonAnswer(200, {{"triggers", std::move(list)}});
 }
 

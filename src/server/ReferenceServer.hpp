@@ -10,7 +10,9 @@
 // Routes:
 //   GET  /<appId>/zones/<file>        the file under the root, as a static object
 //                                     store serves it (Last-Modified, 304, 403)
-//   POST /api/v1/app/<appId>/trigger  validate and store one trigger
+//   POST /api/v1/app/<appId>/trigger  validate and store one trigger, once per
+//                                     Idempotency-Key (a repeat answers
+//                                     {"ok":true,"duplicate":true} and is counted)
 //   GET  /api/v1/app/<appId>/triggers every stored trigger of the app
 // The injected failure rate applies to the first two only: those are the requests
 // the library makes and retries, while the listing is how a person or a test

@@ -1,11 +1,17 @@
 #include "server/TriggerStore.hpp"
 
+#include "datastore/SqliteStatement.hpp"
+
 #include <sqlite3.h>
 
 #include <filesystem>
 #include <system_error>
 
 namespace bvgeo {
+
+using sqlite::bindText;
+using sqlite::columnText;
+using sqlite::StatementReset;
 
 namespace {
 
@@ -25,40 +31,23 @@ constexpr const char* kSchema =
     " received_at INTEGER NOT NULL);"
     "CREATE INDEX IF NOT EXISTS triggers_by_app ON triggers (app_id, id);";
 
+// Files made before reports carried a key gain the two columns.
+constexpr const char* kKeyColumns[] = {"ALTER TABLE triggers ADD COLUMN idempotency_key TEXT",
+                                        "ALTER TABLE triggers ADD COLUMN duplicates INTEGER NOT NULL DEFAULT 0"};
+constexpr const char* kKeyIndex = "CREATE UNIQUE INDEX IF NOT EXISTS triggers_by_key ON triggers (app_id, "
+                                  "idempotency_key) WHERE idempotency_key IS NOT NULL";
+
+// A repeated key touches only its row's counter; RETURNING tells whether there was one.
+constexpr const char* kCountDuplicate =
+    "UPDATE triggers SET duplicates = duplicates + 1 WHERE app_id = ?1 AND idempotency_key = ?2 RETURNING id";
+
 constexpr const char* kInsert =
-    "INSERT INTO triggers (app_id, device_id, event, timestamp, fence_id, sdk_version, received_at)"
-    " VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)";
+    "INSERT INTO triggers (app_id, device_id, event, timestamp, fence_id, sdk_version, received_at,"
+    " idempotency_key) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)";
 
 constexpr const char* kSelectByApp =
-    "SELECT id, app_id, device_id, event, timestamp, fence_id, sdk_version, received_at"
-    " FROM triggers WHERE app_id = ?1 ORDER BY id";
-
-bool bindText(sqlite3_stmt* statement, int index, const std::string& text) {
-    return sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT) ==
-           SQLITE_OK;
-}
-
-std::string columnText(sqlite3_stmt* statement, int index) {
-    auto text = sqlite3_column_text(statement, index);
-    if (!text) return {};
-    return std::string(reinterpret_cast<const char*>(text),
-                       static_cast<std::size_t>(sqlite3_column_bytes(statement, index)));
-}
-
-// Leaves a statement ready for its next use whatever happened in this one.
-class StatementReset {
-public:
-    explicit StatementReset(sqlite3_stmt* statement) : statement_(statement) {}
-    ~StatementReset() {
-        sqlite3_reset(statement_);
-        sqlite3_clear_bindings(statement_);
-    }
-    StatementReset(const StatementReset&) = delete;
-    StatementReset& operator=(const StatementReset&) = delete;
-
-private:
-    sqlite3_stmt* statement_;
-};
+    "SELECT id, app_id, device_id, event, timestamp, fence_id, sdk_version, received_at, idempotency_key,"
+    " duplicates FROM triggers WHERE app_id = ?1 ORDER BY id";
 
 } // namespace
 
@@ -84,8 +73,12 @@ bool TriggerStore::open(const std::string& path) {
         return fail("cannot switch " + path + " to WAL");
     if (sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr) != SQLITE_OK)
         return fail("cannot create the triggers table in " + path);
+    for (const char* column : kKeyColumns) sqlite3_exec(db_, column, nullptr, nullptr, nullptr); // there already: fine
+    if (sqlite3_exec(db_, kKeyIndex, nullptr, nullptr, nullptr) != SQLITE_OK)
+        return fail("cannot index idempotency keys in " + path);
     if (sqlite3_prepare_v2(db_, kInsert, -1, &insert_, nullptr) != SQLITE_OK ||
-        sqlite3_prepare_v2(db_, kSelectByApp, -1, &selectByApp_, nullptr) != SQLITE_OK)
+        sqlite3_prepare_v2(db_, kSelectByApp, -1, &selectByApp_, nullptr) != SQLITE_OK ||
+        sqlite3_prepare_v2(db_, kCountDuplicate, -1, &countDuplicate_, nullptr) != SQLITE_OK)
         return fail("cannot prepare statements on " + path);
     return true;
 }
@@ -100,23 +93,45 @@ bool TriggerStore::isOpen() const {
     return db_ != nullptr;
 }
 
-std::optional<std::int64_t> TriggerStore::insert(const StoredTrigger& trigger) {
+std::optional<StoreOutcome> TriggerStore::insert(const StoredTrigger& trigger) {
     std::lock_guard lock(mutex_);
     if (!db_) {
         lastError_ = "trigger store is not open";
         return std::nullopt;
+    }
+    if (!trigger.idempotencyKey.empty()) {
+        // The mutex makes the look-up and the insert below one step; the unique index
+        // guards the file against any other writer.
+        StatementReset resetCount(countDuplicate_);
+        if (!bindText(countDuplicate_, 1, trigger.appId) || !bindText(countDuplicate_, 2, trigger.idempotencyKey)) {
+            lastError_ = std::string("cannot store trigger: ") + sqlite3_errmsg(db_);
+            return std::nullopt;
+        }
+        int step = sqlite3_step(countDuplicate_);
+        if (step == SQLITE_ROW) {
+            StoreOutcome outcome{sqlite3_column_int64(countDuplicate_, 0), true};
+            while (sqlite3_step(countDuplicate_) == SQLITE_ROW) {
+            }
+            return outcome;
+        }
+        if (step != SQLITE_DONE) {
+            lastError_ = std::string("cannot store trigger: ") + sqlite3_errmsg(db_);
+            return std::nullopt;
+        }
     }
     StatementReset reset(insert_);
     bool bound = bindText(insert_, 1, trigger.appId) && bindText(insert_, 2, trigger.deviceId) &&
                  bindText(insert_, 3, trigger.event) &&
                  sqlite3_bind_int64(insert_, 4, trigger.timestamp) == SQLITE_OK &&
                  bindText(insert_, 5, trigger.fenceId) && bindText(insert_, 6, trigger.sdkVersion) &&
-                 sqlite3_bind_int64(insert_, 7, trigger.receivedAt) == SQLITE_OK;
+                 sqlite3_bind_int64(insert_, 7, trigger.receivedAt) == SQLITE_OK &&
+                 (trigger.idempotencyKey.empty() ? sqlite3_bind_null(insert_, 8) == SQLITE_OK
+                                                 : bindText(insert_, 8, trigger.idempotencyKey));
     if (!bound || sqlite3_step(insert_) != SQLITE_DONE) {
         lastError_ = std::string("cannot store trigger: ") + sqlite3_errmsg(db_);
         return std::nullopt;
     }
-    return sqlite3_last_insert_rowid(db_);
+    return StoreOutcome{sqlite3_last_insert_rowid(db_), false};
 }
 
 std::optional<std::vector<StoredTrigger>> TriggerStore::triggersForApp(const std::string& appId) {
@@ -142,6 +157,8 @@ std::optional<std::vector<StoredTrigger>> TriggerStore::triggersForApp(const std
         row.fenceId = columnText(selectByApp_, 5);
         row.sdkVersion = columnText(selectByApp_, 6);
         row.receivedAt = sqlite3_column_int64(selectByApp_, 7);
+        row.idempotencyKey = columnText(selectByApp_, 8);
+        row.duplicates = sqlite3_column_int64(selectByApp_, 9);
         out.push_back(std::move(row));
     }
     if (step != SQLITE_DONE) {
@@ -159,8 +176,10 @@ std::string TriggerStore::lastError() const {
 void TriggerStore::closeLocked() {
     sqlite3_finalize(insert_);
     sqlite3_finalize(selectByApp_);
+    sqlite3_finalize(countDuplicate_);
     insert_ = nullptr;
     selectByApp_ = nullptr;
+    countDuplicate_ = nullptr;
     // sqlite3_close_v2 is harmless on null and defers if anything is still live.
     sqlite3_close_v2(db_);
     db_ = nullptr;

@@ -159,6 +159,37 @@ TEST_F(ReferenceServerTest, AcceptedTriggersAreListedPerAppInArrivalOrderAndOutl
     EXPECT_EQ(bodyOf(reopened.handle(get("/api/v1/app/nobody/triggers")))["triggers"], json::array());
 }
 
+TEST_F(ReferenceServerTest, AReportIsStoredOncePerIdempotencyKeyAndRepeatsAreCounted) {
+    ReferenceServer server(options());
+    auto keyed = [](const std::string& app, const std::string& key, const std::string& event) {
+        auto request = post(app, trigger(event).dump());
+        request.headers.emplace_back("Idempotency-Key", key);
+        return request;
+    };
+    auto first = server.handle(keyed("demo", "K1", "enter"));
+    ASSERT_EQ(first.status, 200) << first.body;
+    EXPECT_EQ(bodyOf(first)["status"], "ok");
+    for (int i = 0; i < 3; ++i) {
+        auto again = server.handle(keyed("demo", "K1", "enter"));
+        EXPECT_EQ(again.status, 200);
+        EXPECT_EQ(again.body, R"({"ok":true,"duplicate":true})");
+    }
+    // Keys belong to one app; reports without a key are each stored.
+    EXPECT_EQ(bodyOf(server.handle(keyed("other", "K1", "enter")))["status"], "ok");
+    EXPECT_EQ(bodyOf(server.handle(keyed("demo", "K2", "exit")))["status"], "ok");
+    server.handle(post("demo", trigger("linger").dump()));
+    server.handle(post("demo", trigger("linger").dump()));
+
+    auto listed = bodyOf(server.handle(get("/api/v1/app/demo/triggers")))["triggers"];
+    ASSERT_EQ(listed.size(), 4u);
+    EXPECT_EQ(listed[0]["idempotencyKey"], "K1");
+    EXPECT_EQ(listed[0]["duplicates"], 3);
+    EXPECT_EQ(listed[1]["idempotencyKey"], "K2");
+    EXPECT_EQ(listed[1]["duplicates"], 0);
+    EXPECT_FALSE(listed[2].contains("idempotencyKey"));
+    EXPECT_EQ(bodyOf(server.handle(get("/api/v1/app/other/triggers")))["triggers"].size(), 1u);
+}
+
 TEST_F(ReferenceServerTest, FailRateAnswersThatShareOfLibraryRequests503WithAnEmptyBody) {
     writeZone("demo/zones/zone_1_2.json", kZoneBody, kZoneTime);
 
