@@ -6,6 +6,7 @@
 #include "logger/Logger.hpp"
 #include "models/FenceFetch.hpp"
 #include "models/Trigger.hpp"
+#include "request/RequestQueue.hpp"
 #include "tracker/Environments.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
@@ -101,6 +102,9 @@ void BVGeoTracker::start() {
     Logger::log("Started tracking location", LogCategory::GENERAL, "start()", 123);
     LocationTracker::sharedInstance().start();
     LocationTrackerSignificantChanges::sharedInstance().start();
+    // Reports an earlier process still owed the server go out now, not only when the
+    // next trigger happens.
+    if (extendedOptions().durableDelivery) RequestQueue::sharedInstance().restoreOutbox();
 }
 
 void BVGeoTracker::stop() {

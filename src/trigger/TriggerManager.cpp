@@ -5,6 +5,7 @@
 #include "models/Trigger.hpp"
 #include "request/CurlTransport.hpp"
 #include "request/HTTPClient.hpp"
+#include "request/Outbox.hpp"
 #include "request/RequestQueue.hpp"
 #include "trigger/TriggerRules.hpp"
 
@@ -136,8 +137,20 @@ void TriggerManager::sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger
         return;
     }
     auto parameters = nlohmann::json::parse(trigger->toParameters().dump());
-    RequestQueue::sharedInstance().addRequestToQueue(
-        HTTPClient::sharedInstance().request(url, HTTPMethod::POST, parameters, std::nullopt));
+    // One key per report, kept by every retry and every resend after a relaunch, so
+    // that the server can store each report once however often it arrives.
+    const std::string key = platform().uuids->newUuid();
+    auto request = HTTPClient::sharedInstance().request(url, HTTPMethod::POST, parameters,
+                                                        nlohmann::json{{std::string(Outbox::kKeyHeader), key}});
+    auto& queue = RequestQueue::sharedInstance();
+    if (BVGeoTracker::sharedInstance().extendedOptions().durableDelivery) {
+        // Leftovers of an earlier process go first, then this report is made durable
+        // before anything can send it.
+        queue.restoreOutbox();
+        Outbox::sharedInstance().add(
+            {key, request, trigger->fenceId, std::string(rawValue(trigger->event)), trigger->timestamp});
+    }
+    queue.addRequestToQueue(request);
 }
 
 } // namespace bvgeo
