@@ -101,6 +101,11 @@ std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr
                               o.maxLingerTime.value_or(defaults.maxLingerTime),
                               o.retryInterval.value_or(defaults.requestQueueRetryInterval));
     }
+    if (o.durableDelivery) {
+        ExtendedOptions extended = tracker.extendedOptions();
+        extended.durableDelivery = true;
+        tracker.setExtendedOptions(extended);
+    }
     tracker.setTriggerDelegate(std::move(delegate));
     return std::nullopt;
 }

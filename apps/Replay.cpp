@@ -5,6 +5,7 @@
 #include "VirtualTimeHost.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "request/Outbox.hpp"
 #include "request/RequestQueue.hpp"
 #include "track/TrackReader.hpp"
 
@@ -39,6 +40,8 @@ library as a host application would, in virtual time unless told otherwise.
   --accuracy M  --distance-filter M|none  --cache-expiration S  --zone-interval DEG
   --linger-time S  --max-linger-time S  --retry-interval S
                          tuning; any of them calls setParameters, the rest keep their defaults
+  --durable-delivery     keep trigger reports in BVGOutbox.sqlite until the server has
+                         them, and send what an earlier run left there
   --realtime             play at the track's own pace
   --speed N              play N times faster than the track
   --drain S              after the last fix, let track time run on until the request
@@ -121,13 +124,15 @@ void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
             {"triggers", {{"enter", s.enter}, {"linger", s.linger}, {"exit", s.exit}}},
             {"requests", {{"sent", s.requestsSent}, {"retried", s.requestsRetried}, {"queued", s.requestsQueued}}},
             {"database", s.database}};
+        if (s.outboxReports) summary["requests"]["outbox"] = *s.outboxReports;
         out << summary.dump() << '\n';
     } else {
         out << "\nfixes:    " << s.fixesRead << " read, " << s.fixesSkipped << " skipped, " << s.fixesAccepted
             << " accepted\n"
             << "triggers: " << s.enter << " enter, " << s.linger << " linger, " << s.exit << " exit\n"
             << "requests: " << s.requestsSent << " sent, " << s.requestsRetried << " retried, " << s.requestsQueued
-            << " still queued\n"
+            << " still queued" << (s.outboxReports ? ", " + std::to_string(*s.outboxReports) + " in the outbox" : "")
+            << "\n"
             << "database: " << s.database << '\n';
     }
     out.flush();
@@ -138,8 +143,8 @@ void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
 std::vector<OptionDecl> hostOptionDecls() {
     return {{"app-id"},      {"env"},          {"api-base"},        {"assets-base"},    {"mode"},
             {"data-dir"},    {"accuracy"},     {"distance-filter"}, {"cache-expiration"}, {"zone-interval"},
-            {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"json", false},   {"verbose", false},
-            {"help", false}};
+            {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"durable-delivery", false},
+            {"json", false}, {"verbose", false}, {"help", false}};
 }
 
 void applyHostOptions(const Args& args, ReplayOptions& o) {
@@ -157,6 +162,7 @@ void applyHostOptions(const Args& args, ReplayOptions& o) {
     o.lingerTime = args.integer("linger-time");
     o.maxLingerTime = args.integer("max-linger-time");
     o.retryInterval = args.number("retry-interval");
+    o.durableDelivery = args.has("durable-delivery");
     o.json = args.has("json");
     o.verbose = args.has("verbose");
 }
@@ -249,6 +255,7 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
     summary.requestsSent = static_cast<std::size_t>(requestLines(logBefore, "Request Completed Successfully: "));
     summary.requestsRetried = static_cast<std::size_t>(requestLines(logBefore, "Request Error: "));
     summary.requestsQueued = queue.requests().size() + queue.retryRequests().size();
+    if (o.durableDelivery) summary.outboxReports = Outbox::sharedInstance().count();
     summary.database = std::filesystem::absolute(BV1Database().path()).lexically_normal().string();
     // The host is done: let go of the library's state, which closes the database and
     // the HTTP connections it keeps open (a server waits for those before it stops).

@@ -29,6 +29,7 @@ struct ReplayOptions {
     bool realtime = false;
     double speed = 0.0; // 0: as fast as the work allows
     double drain = 600.0;
+    bool durableDelivery = false;
     bool json = false;
     bool verbose = false;
 };
@@ -43,6 +44,7 @@ struct ReplaySummary {
     std::size_t fixesRead = 0, fixesSkipped = 0, fixesAccepted = 0;
     std::size_t enter = 0, linger = 0, exit = 0;
     std::size_t requestsSent = 0, requestsRetried = 0, requestsQueued = 0;
+    std::optional<std::size_t> outboxReports; // with durable delivery: reports still owed
     std::string database;
 };
 
