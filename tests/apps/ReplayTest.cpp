@@ -3,6 +3,10 @@
 #include "ReferenceHttpServer.hpp"
 #include "Replay.hpp"
 
+#include "support/FaultyServer.hpp"
+
+#include "track/TrackReader.hpp"
+
 #include "zone/ZoneBuilder.hpp"
 #include "zone/ZoneGrid.hpp"
 
@@ -16,6 +20,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 namespace bvgeo::cli {
@@ -165,6 +170,32 @@ TEST_F(ReplayTest, FailedReportsWaitForRetriesUntilTheDrainTimeRunsOut) {
     EXPECT_EQ(summary.requestsSent, 0u);
     EXPECT_GE(summary.requestsRetried, 1u);
     EXPECT_EQ(summary.requestsQueued, 1u);
+}
+
+TEST_F(ReplayTest, TheKentRunAgainstADownTriggerApiSendsEachReportOncePerRetryInterval) {
+    const std::string examples = BVGEO_TEST_EXAMPLES_DIR;
+    fs::remove_all(root_ / "server" / "demo" / "zones"); // the Kent places instead of the fixture's fence
+    ASSERT_TRUE(buildZones(examples + "/kent-places.csv", (root_ / "server" / "demo" / "zones").string(), {}).ok);
+    testing::FaultyServer api(testing::FaultyServer::Mode::EmptyServerError);
+
+    ReplayOptions o = options(examples + "/kent-run-2014-05-10.gpx");
+    o.apiBase = api.url("/api/v1/app/");
+    o.drain = 600;
+    std::ostringstream out;
+    ReplaySummary summary;
+    ASSERT_EQ(runReplay(o, out, &summary), 0);
+
+    const auto track = readTrackFile(o.track, {});
+    const double duration = track.fixes.back().timestamp - track.fixes.front().timestamp;
+    const auto bound = static_cast<std::size_t>((600 + duration) / 30 + 3);
+    std::map<std::string, std::size_t> sends;
+    for (const auto& key : api.keys()) ++sends[key];
+    const std::size_t triggers = summary.enter + summary.linger + summary.exit;
+    EXPECT_EQ(triggers, 46u);
+    EXPECT_EQ(sends.size(), triggers) << "one key per report";
+    for (const auto& [key, count] : sends) EXPECT_LE(count, bound) << key;
+    EXPECT_EQ(summary.requestsQueued, triggers) << "all still owed when the drain ends";
+    EXPECT_EQ(summary.requestsSent, 0u);
 }
 
 TEST(ReplayOptionsTest, BadOptionsAreUsageErrorsThatNameTheOption) {

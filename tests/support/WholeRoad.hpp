@@ -61,8 +61,9 @@ protected:
                 if (!answer.lastModified.empty()) response.set_header("Last-Modified", answer.lastModified);
                 if (!answer.body.empty()) response.set_content(answer.body, "application/json");
             } else {
+                std::lock_guard lock(zoneMutex_);
                 response.status = 200;
-                response.set_content("{}", "application/json");
+                response.set_content(apiBody_, "application/json");
             }
         });
         delegate = std::make_shared<RecordingDelegate>(*sim().mainQueue);
@@ -77,6 +78,11 @@ protected:
         std::lock_guard lock(zoneMutex_);
         zoneAnswer_ = std::move(answer);
     }
+    // The trigger API's answer body: "{}" by default; "" makes every report fail.
+    void setApiBody(std::string body) {
+        std::lock_guard lock(zoneMutex_);
+        apiBody_ = std::move(body);
+    }
 
     // Host start-up: base URLs, configure, tuning, delegate, start.
     void startHost(int mode = TriggerModes::Both, std::int64_t lingerTime = 300, std::int64_t maxLingerTime = 7200) {
@@ -85,6 +91,7 @@ protected:
         t.configure("e2e", mode, BVEnvironments::Development);
         t.setParameters(kLocationAccuracyNearestTenMeters, kDistanceFilterNone, 3600, 0.2, lingerTime, maxLingerTime,
                         30.0);
+        t.setExtendedOptions(extended);
         t.setTriggerDelegate(delegate);
         t.start();
     }
@@ -125,10 +132,12 @@ protected:
 
     std::unique_ptr<LoopbackServer> server;
     std::shared_ptr<RecordingDelegate> delegate;
+    ExtendedOptions extended; // given to every start
 
 private:
-    std::mutex zoneMutex_;
+    std::mutex zoneMutex_; // guards both answers
     ZoneAnswer zoneAnswer_;
+    std::string apiBody_ = "{}";
 };
 
 } // namespace bvgeo::testing

@@ -1,0 +1,183 @@
+// Trigger reports that outlive the process: the idempotency key every report
+// carries, and the outbox that durable delivery keeps beside the database.
+#include "support/WholeRoad.hpp"
+
+#include "datastore/BV1Database.hpp"
+#include "request/Outbox.hpp"
+
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+namespace bvgeo::testing {
+namespace {
+
+using ::testing::HasSubstr;
+
+// Two overlapping fences at (51.34, 0.73); (51.35, 0.74) is in the same zone, outside both.
+constexpr const char* kZone = R"({"fences":[
+  {"_id":"f1","name":"Hall","location":{"type":"Point","coordinates":[0.73,51.34]},"radius":100},
+  {"_id":"f2","name":"Park","location":{"type":"Point","coordinates":[0.7305,51.3405]},"radius":200}]})";
+constexpr double kLat = 51.34, kLon = 0.73;
+constexpr double kFarLat = 51.35, kFarLon = 0.74;
+
+class DurableDeliveryTest : public WholeRoadTest {
+protected:
+    void SetUp() override {
+        WholeRoadTest::SetUp();
+        setZoneAnswer({200, kZone, ""});
+    }
+
+    std::vector<std::string> postedKeys() const {
+        std::vector<std::string> keys;
+        for (const auto& post : requestsTo("/api/")) keys.push_back(post.header("Idempotency-Key").value_or(""));
+        return keys;
+    }
+
+    std::vector<std::string> lines(const std::string& containing) const {
+        std::vector<std::string> out;
+        for (const auto& line : storedLines(LogCategory::REQUESTS))
+            if (line.find(containing) != std::string::npos) out.push_back(line);
+        return out;
+    }
+
+    static std::set<std::string> tablesOf(const std::string& file) {
+        std::set<std::string> names;
+        sqlite3* db = nullptr;
+        if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
+            sqlite3_exec(
+                db, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%'",
+                [](void* out, int, char** values, char**) {
+                    static_cast<std::set<std::string>*>(out)->insert(values[0]);
+                    return 0;
+                },
+                &names, nullptr);
+        sqlite3_close(db);
+        return names;
+    }
+};
+
+TEST_F(DurableDeliveryTest, ReportsOwedAtExitAreSentAgainWithTheirOwnKeysAfterARelaunch) {
+    extended.durableDelivery = true;
+    setApiBody(""); // the trigger API is down
+    startHost();
+    deliver(kLat, kLon, kT0);
+    advance(1.0);
+    advance(30.0);
+    const auto failed = postedKeys();
+    ASSERT_EQ(failed.size(), 4u) << "two reports, each sent and retried once";
+    const std::set<std::string> keys(failed.begin(), failed.end());
+    ASSERT_EQ(keys.size(), 2u) << "a retry carries the key of its report";
+    for (const auto& key : keys) EXPECT_EQ(key.size(), 36u) << key;
+    EXPECT_EQ(Outbox::sharedInstance().count(), 2u);
+
+    // The process ends with both reports owed; the next one starts with the API back.
+    setApiBody("{}");
+    restartHost();
+    advance(1.0);
+    const auto all = postedKeys();
+    ASSERT_EQ(all.size(), 6u);
+    EXPECT_EQ(std::set<std::string>(all.begin() + 4, all.end()), keys);
+    EXPECT_EQ(Outbox::sharedInstance().count(), 0u) << "accepted reports leave the outbox";
+    advance(120.0);
+    EXPECT_EQ(postedKeys().size(), 6u);
+
+    // The outbox is a file of its own; the database keeps its five tables.
+    EXPECT_TRUE(std::filesystem::exists(Outbox::path()));
+    EXPECT_EQ(tablesOf(BV1Database().path()),
+              (std::set<std::string>{"activeFences", "fence", "locations", "log", "trigger"}));
+}
+
+TEST_F(DurableDeliveryTest, WithoutDurableDeliveryNothingIsSentAgainAfterARelaunch) {
+    setApiBody("");
+    startHost();
+    deliver(kLat, kLon, kT0);
+    advance(1.0);
+    ASSERT_EQ(postedKeys().size(), 2u);
+    setApiBody("{}");
+    restartHost();
+    advance(600.0);
+    EXPECT_EQ(postedKeys().size(), 2u);
+    EXPECT_FALSE(std::filesystem::exists(Outbox::path())) << "no outbox unless asked for";
+}
+
+TEST_F(DurableDeliveryTest, TheOutboxKeepsItsBoundsAndLogsWhatFallsOut) {
+    extended.durableDelivery = true;
+    extended.outboxMaxReports = 3;
+    extended.outboxMaxAgeSeconds = 3600;
+    setApiBody("");
+    startHost(TriggerModes::Both);
+    deliver(kLat, kLon, kT0);                // enter f1, enter f2
+    deliver(kFarLat, kFarLon, kT0 + 100);    // exit f1, exit f2
+    EXPECT_EQ(Outbox::sharedInstance().count(), 3u);
+    EXPECT_THAT(lines("Report dropped from outbox"),
+                ::testing::ElementsAre("Outbox [Line 90]: Report dropped from outbox (more than 3 reports): enter "
+                                       "fenceId: f1"));
+
+    // An hour and more later, a relaunch finds the rest too old to send.
+    const auto sent = postedKeys().size();
+    sim().clock->set(kT0 + 100 + 3601);
+    setApiBody("{}");
+    restartHost();
+    advance(60.0);
+    EXPECT_EQ(Outbox::sharedInstance().count(), 0u);
+    const auto expired = lines("older than 3600 seconds");
+    EXPECT_EQ(expired.size(), 3u);
+    EXPECT_THAT(expired.front(), HasSubstr("enter fenceId: f2"));
+    EXPECT_EQ(postedKeys().size(), sent) << "expired reports are not sent";
+}
+
+TEST_F(DurableDeliveryTest, ADamagedOrNewerOutboxIsMovedAsideAndTrackingGoesOn) {
+    extended.durableDelivery = true;
+    const auto dir = std::filesystem::path(sim().documentsDirectory());
+    std::filesystem::create_directories(dir);
+    std::ofstream(Outbox::path(), std::ios::binary) << std::string(8192, '\x5a');
+    startHost();
+    deliver(kLat, kLon, kT0);
+    EXPECT_EQ(delegate->received.size(), 2u);
+    EXPECT_EQ(Outbox::sharedInstance().count(), 2u) << "a fresh outbox took the reports";
+    bool told = false;
+    for (const auto& line : sim().console->printedLines())
+        told = told || (line.find("moved to") != std::string::npos && line.find("BVGOutbox.corrupt-") != std::string::npos);
+    EXPECT_TRUE(told);
+
+    // A file from a newer version is kept aside too rather than misread.
+    advance(1.0);
+    Outbox::sharedInstance().close();
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(Outbox::path().c_str(), &db), SQLITE_OK);
+    sqlite3_exec(db, "PRAGMA user_version = 9", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    EXPECT_EQ(Outbox::sharedInstance().count(), 0u);
+    std::size_t newer = 0, corrupt = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        const auto name = entry.path().filename().string();
+        newer += name.starts_with("BVGOutbox.newer-") && name.ends_with(".sqlite");
+        corrupt += name.starts_with("BVGOutbox.corrupt-") && name.ends_with(".sqlite");
+    }
+    EXPECT_EQ(newer, 1u);
+    EXPECT_EQ(corrupt, 1u);
+}
+
+TEST_F(DurableDeliveryTest, ResetArchivesTheDatabaseButReportsStillOwedAreDelivered) {
+    extended.durableDelivery = true;
+    setApiBody("");
+    startHost();
+    deliver(kLat, kLon, kT0);
+    advance(1.0);
+    bool archived = false;
+    BVGeoTracker::sharedInstance().reset("before", [&] { archived = true; }, nullptr);
+    ASSERT_TRUE(archived);
+    EXPECT_EQ(Outbox::sharedInstance().count(), 2u);
+
+    setApiBody("{}");
+    advance(30.0);
+    EXPECT_EQ(Outbox::sharedInstance().count(), 0u);
+    const auto keys = postedKeys();
+    EXPECT_EQ(std::set<std::string>(keys.begin(), keys.end()).size(), 2u);
+}
+
+} // namespace
+} // namespace bvgeo::testing
