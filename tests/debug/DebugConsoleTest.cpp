@@ -212,7 +212,11 @@ TEST_F(DebugConsoleTest, EmailWithoutAMailServerOffersTheReportAsAFile) {
     auto download = std::async(std::launch::async, [&, path = reply["download"].get<std::string>()] {
         return client().Get(path.c_str());
     });
-    while (download.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) sim().runUntilIdle();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (download.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready &&
+           std::chrono::steady_clock::now() < deadline)
+        sim().runUntilIdle();
+    ASSERT_EQ(download.wait_for(std::chrono::seconds(0)), std::future_status::ready) << "the download never ended";
     auto eml = download.get();
     ASSERT_TRUE(eml);
     EXPECT_EQ(eml->status, 200);
@@ -233,9 +237,10 @@ TEST_F(DebugConsoleTest, StoppingWhileAnActionWaitsForTheMainQueueAnswersAtOnce)
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (sim().mainQueue->pendingWork() == 0 && std::chrono::steady_clock::now() < deadline)
         std::this_thread::yield();
-    const auto stopping = std::chrono::steady_clock::now();
+    ASSERT_EQ(sim().mainQueue->pendingWork(), 1u) << "the restart is waiting for the main queue";
+    // The action would wait 30 s for the main queue; the stop must answer it at once.
+    // Whether it did shows in the answer, not in a stopwatch.
     console.stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(5));
     auto result = answer.get();
     ASSERT_TRUE(result);
     EXPECT_EQ(result->status, 503);

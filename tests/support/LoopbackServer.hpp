@@ -67,8 +67,9 @@ public:
         server_.set_tcp_nodelay(true);
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
-        // stop() only works on a running server; bounded wait for the loop to start.
-        for (int i = 0; i < 10'000'000 && !server_.is_running(); ++i) std::this_thread::yield();
+        // stop() only works on a running server: wait for the loop to start, up to a deadline.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!server_.is_running() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
     }
 
     ~LoopbackServer() {
