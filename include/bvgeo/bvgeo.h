@@ -172,11 +172,13 @@ BVGEO_C_API void bvgeo_open_options_init(bvgeo_open_options *options);
 BVGEO_C_API bvgeo_status bvgeo_open(const bvgeo_open_options *options, bvgeo_tracker **tracker);
 
 /* Stops tracking and the debug console, lets work in progress finish (downloads,
- * trigger decisions, callbacks already posted), stops the main queue and lets go
- * of all library state: the database is closed, reports still queued are dropped
- * (durable delivery keeps them for the next open). The handle is invalid after it.
- * NULL is allowed and does nothing. In BVGEO_MAIN_QUEUE_HOST mode a running
- * bvgeo_main_queue_run is stopped and waited for. */
+ * trigger decisions, and callbacks already posted while the main queue is served:
+ * always on the library's own thread, in BVGEO_MAIN_QUEUE_HOST mode only while a
+ * bvgeo_main_queue_run serves it), stops the main queue and lets go of all library
+ * state: the database is closed, reports still queued are dropped (durable
+ * delivery keeps them for the next open; bvgeo_pending_reports tells when none
+ * wait). The handle is invalid after it. NULL is allowed and does nothing. A
+ * running bvgeo_main_queue_run is stopped and waited for. */
 BVGEO_C_API bvgeo_status bvgeo_close(bvgeo_tracker *tracker);
 
 /* ---- Configuration (Part 1.1) -------------------------------------------------- */

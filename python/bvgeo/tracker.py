@@ -15,8 +15,6 @@ import atexit
 import ctypes
 import logging
 import math
-import threading
-import weakref
 
 from . import _native as n
 from .errors import BVGeoError, InvalidArgumentError, ResetError, StateError, VirtualTimeError
@@ -80,14 +78,19 @@ def _trigger(c):
                    location_event=text(c.location_event))
 
 
-_open_trackers = weakref.WeakSet()
+# Open trackers are kept alive until closed: the library holds pointers to their
+# ctypes callbacks, which must not be collected while it may call them.
+_open_trackers = set()
 
 
 @atexit.register
 def _close_at_exit():
     # A library thread must not call into an interpreter that is going away.
     for tracker in list(_open_trackers):
-        tracker.close()
+        try:
+            tracker.close()
+        except BVGeoError:
+            log.exception("bvgeo: closing the tracker at exit failed")
 
 
 class Tracker:
@@ -101,17 +104,18 @@ class Tracker:
         the tracker); default: the "bvgeo.console" logger at DEBUG level."""
         self._handle = None
         self._on_trigger = None
-        self._trigger_callback = n.TriggerCallback()
         self._console = console
-        # Kept as long as the tracker: the library holds the pointer.
-        self._console_callback = n.ConsoleCallback(self._console_line)
+        # Made once and kept as long as the tracker: the library holds the pointers,
+        # and the main queue may still be running one while the host swaps callables.
+        self._trigger_thunk = n.TriggerCallback(self._deliver)
+        self._console_thunk = n.ConsoleCallback(self._console_line)
         options = n.OpenOptions()
         n.bvgeo_open_options_init(ctypes.byref(options))
         options.documents_directory = _text(str(documents_directory), "documents_directory") \
             if documents_directory is not None else None
         options.main_queue = _integer(int(main_queue), "main_queue")
         options.start_time = _number(start_time, "start_time")
-        options.console = self._console_callback
+        options.console = self._console_thunk
         handle = ctypes.c_void_p()
         _raise_for(n.bvgeo_open(ctypes.byref(options), ctypes.byref(handle)), "open")
         self._handle = handle
@@ -234,15 +238,9 @@ class Tracker:
         """A callable taking a Trigger, or None."""
         if callback is not None and not callable(callback):
             raise TypeError("on_trigger must be callable or None")
-        if callback is None:
-            _raise_for(n.bvgeo_set_trigger_callback(self._h(), n.TriggerCallback(), None), "on_trigger")
-        else:
-            # Made before it is handed over and kept after: the library may still be
-            # calling the previous one on the main queue.
-            wrapper = n.TriggerCallback(self._deliver)
-            _raise_for(n.bvgeo_set_trigger_callback(self._h(), wrapper, None), "on_trigger")
-            self._trigger_callback = wrapper
+        thunk = self._trigger_thunk if callback is not None else n.TriggerCallback()
         self._on_trigger = callback
+        _raise_for(n.bvgeo_set_trigger_callback(self._h(), thunk, None), "on_trigger")
 
     def _deliver(self, _tracker, trigger, _user):
         callback = self._on_trigger

@@ -7,8 +7,6 @@
 #include <bvgeo/platform/SharedInstance.hpp>
 #include <bvgeo/platform/linux/LinuxPlatform.hpp>
 
-#include "capi/CallbackConsole.hpp"
-
 #include <chrono>
 #include <stdexcept>
 
@@ -29,7 +27,10 @@ Session::Session(const SessionOptions& options, bvgeo_tracker* handle)
     platformOptions.mainQueueOnOwnThread = false; // the session serves it, so closing can join the thread
     platformOptions.locationService = locations_;
     Platform bundle = makeLinuxPlatform(platformOptions);
-    if (options.console) bundle.console = std::make_shared<CallbackConsole>(options.console, options.consoleUserData);
+    if (options.console) {
+        console_ = std::make_shared<CallbackConsole>(options.console, options.consoleUserData);
+        bundle.console = console_;
+    }
 
     if (mode_ == MainQueueMode::VirtualTime) {
         virtual_ = std::make_unique<VirtualTime>(options.startTime);
@@ -114,27 +115,27 @@ bool Session::settle() {
 std::optional<double> Session::nextTimer() const { return virtual_->nextTimer(); }
 
 std::optional<std::string> Session::startConsole(const DebugConsoleOptions& options, bool& alreadyRunning) {
-    std::lock_guard lock(consoleMutex_);
-    alreadyRunning = console_ && console_->running();
-    if (alreadyRunning) return "a debug console already runs at " + console_->url();
+    std::lock_guard lock(debugConsoleMutex_);
+    alreadyRunning = debugConsole_ && debugConsole_->running();
+    if (alreadyRunning) return "a debug console already runs at " + debugConsole_->url();
     auto console = std::make_unique<DebugConsole>(options);
     if (!console->start()) return console->error();
-    console_ = std::move(console);
+    debugConsole_ = std::move(console);
     return std::nullopt;
 }
 
 void Session::stopConsole() {
     std::unique_ptr<DebugConsole> console;
     {
-        std::lock_guard lock(consoleMutex_);
-        console = std::move(console_);
+        std::lock_guard lock(debugConsoleMutex_);
+        console = std::move(debugConsole_);
     }
     if (console) console->stop();
 }
 
 std::string Session::consoleUrl() const {
-    std::lock_guard lock(consoleMutex_);
-    return console_ ? console_->url() : std::string();
+    std::lock_guard lock(debugConsoleMutex_);
+    return debugConsole_ ? debugConsole_->url() : std::string();
 }
 
 bool Session::flushMainQueue(double timeoutSeconds) {
@@ -184,6 +185,7 @@ void Session::releaseLibraryState() {
     // The trackers hold managers of the location service and the services hold the
     // queues: all of them go here, newest first, while nothing runs.
     resetAllSharedInstances();
+    if (console_) console_->disarm();
 }
 
 } // namespace bvgeo::capi

@@ -8,6 +8,7 @@
 // at a time, and the main-queue operations follow the mode's rules (bvgeo.h).
 #pragma once
 
+#include "capi/CallbackConsole.hpp"
 #include "capi/TriggerCallback.hpp"
 #include "capi/VirtualTime.hpp"
 
@@ -49,8 +50,8 @@ public:
     // Stops tracking and the console, lets work in progress finish and stops the
     // main queue: after it no library work runs and no callback comes.
     void shutDown();
-    // Lets go of every shared instance of the library (database, HTTP, services).
-    // After shutDown only.
+    // Lets go of every shared instance of the library (database, HTTP, services)
+    // and of the host's console callback. After shutDown only.
     void releaseLibraryState();
 
     void setTriggerCallback(bvgeo_trigger_callback callback, void* userData);
@@ -87,6 +88,7 @@ private:
     const MainQueueMode mode_;
     std::shared_ptr<SimulatedLocationService> locations_;
     std::shared_ptr<TriggerCallback> delegate_;
+    std::shared_ptr<CallbackConsole> console_; // when the host asked for its lines
 
     // Own thread and host modes.
     std::shared_ptr<RunLoopMainQueue> runLoop_;
@@ -101,8 +103,8 @@ private:
 
     std::mutex pumpMutex_; // one fix, and in virtual time one pump, at a time
 
-    mutable std::mutex consoleMutex_;
-    std::unique_ptr<DebugConsole> console_;
+    mutable std::mutex debugConsoleMutex_;
+    std::unique_ptr<DebugConsole> debugConsole_;
 };
 
 } // namespace bvgeo::capi
