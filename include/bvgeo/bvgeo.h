@@ -22,8 +22,9 @@
  * is copied before the call returns.
  *
  * Threads. Any function may be called from any thread, with these exceptions:
- *  - bvgeo_close must not run concurrently with other calls on the same tracker,
- *    nor from inside a callback;
+ *  - bvgeo_close must not run concurrently with other calls on the same tracker
+ *    (other than callbacks the library makes while closing); neither it nor
+ *    bvgeo_open may be called from inside a callback (BVGEO_ERR_STATE);
  *  - the main-queue and virtual-time functions (bvgeo_main_queue_*,
  *    bvgeo_virtual_*), and bvgeo_push_location in virtual-time mode, must not be
  *    called from inside a trigger callback (they answer BVGEO_ERR_STATE);

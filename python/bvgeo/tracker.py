@@ -46,14 +46,17 @@ def _text(value, name, optional=False):
     """str (UTF-8 encoded) or bytes (passed as they are, for the library to judge)."""
     if value is None and optional:
         return None
-    if isinstance(value, bytes):
-        return value
     if isinstance(value, str):
         try:
-            return value.encode("utf-8")
+            value = value.encode("utf-8")
         except UnicodeEncodeError as error:
             raise InvalidArgumentError(f"{name} is not valid text: {error}", n.ERR_INVALID_ARGUMENT) from None
-    raise TypeError(f"{name} must be str, not {type(value).__name__}")
+    elif not isinstance(value, bytes):
+        raise TypeError(f"{name} must be str, not {type(value).__name__}")
+    if b"\0" in value:
+        # C text ends at the first NUL: the library would see less than was given.
+        raise InvalidArgumentError(f"{name} contains a NUL character", n.ERR_INVALID_ARGUMENT)
+    return value
 
 
 def _integer(value, name, bounds=_INT64):

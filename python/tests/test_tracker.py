@@ -137,6 +137,8 @@ def test_bad_arguments_raise_value_error_and_change_nothing(data_dir, server):
             tracker.set_parameters(linger_time=2 ** 70)
         with pytest.raises(ValueError, match="environment 7"):
             tracker.set_environment_urls(7, "http://x/")
+        with pytest.raises(ValueError, match="name contains a NUL"):
+            tracker.reset("archive\0.sqlite")
         with pytest.raises(TypeError):
             tracker.log(42)
         # Each refusal the library saw is a log line too.

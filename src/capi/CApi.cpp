@@ -200,6 +200,7 @@ bvgeo_status bvgeo_open(const bvgeo_open_options* options, bvgeo_tracker** track
     CAPI_BEGIN
     CHECK_NOT_NULL(tracker);
     *tracker = nullptr;
+    NOT_FROM_CALLBACK(); // a close waiting for the main queue holds the lifecycle lock
     bvgeo_open_options defaults;
     bvgeo_open_options_init(&defaults);
     const bvgeo_open_options& o = options ? *options : defaults;
