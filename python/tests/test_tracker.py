@@ -208,3 +208,22 @@ def test_calls_in_the_wrong_order(data_dir, server):
     with pytest.raises(bvgeo.StateError):
         tracker.device_id
     assert bvgeo.version() == "1.3.0"
+
+
+def test_tracks_are_read_from_gpx_and_csv_in_time_order(tmp_path):
+    csv = tmp_path / "walk.csv"
+    csv.write_text("Time,Lat,Lon,speed\n"
+                   "2014-05-13T16:53:20Z,51.5,0.1,3\n"
+                   "1400000060,51.5,0.101,3\n"
+                   "1400000030,51.5,0.102,3\n"        # not later than the one before
+                   "2014-05-13T16:55:20+00:00,95,0.1,3\n"  # no such latitude
+                   ",51.5,0.1,3\n"                       # no time
+                   "2014-05-13T17:55:20+01:00,51.5,0.103,3\n")
+    fixes, skipped = bvgeo.read_track(csv)
+    assert [f.time for f in fixes] == [T0, T0 + 60, T0 + 120]
+    assert [f.longitude for f in fixes] == [0.1, 0.101, 0.103]
+    assert skipped == 3
+    nmea = tmp_path / "log.nmea"
+    nmea.write_text("$GPGLL,5950.000,N,02330.000,E,095559,A*2C\n")
+    with pytest.raises(bvgeo.TrackError, match="NMEA"):
+        bvgeo.read_track(nmea)
