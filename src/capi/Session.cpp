@@ -75,10 +75,10 @@ bool Session::runMainQueue() {
         hostRunning_ = true;
     }
     runLoop_->run();
-    {
-        std::lock_guard lock(hostMutex_);
-        hostRunning_ = false;
-    }
+    // Notified under the lock: a close waiting for this may destroy the session as
+    // soon as it can take the lock again.
+    std::lock_guard lock(hostMutex_);
+    hostRunning_ = false;
     hostDone_.notify_all();
     return true;
 }
