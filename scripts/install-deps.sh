@@ -11,6 +11,7 @@ packages=(
   libcpp-httplib-dev libgtest-dev libgmock-dev libbenchmark-dev
   gpsd gpsd-clients
   chromium
+  python3 python3-pytest
 )
 command -v npm >/dev/null || packages+=(nodejs npm)
 missing=()

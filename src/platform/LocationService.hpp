@@ -26,6 +26,7 @@ struct BVGEO_API Location {
     double latitude = 0.0;
     double longitude = 0.0;
     double timestamp = 0.0; // seconds since 1970-01-01 UTC when the fix was taken
+    double horizontalAccuracy = -1.0; // metres; negative when the source did not say
 
     // Geodesic distance in metres.
     double distanceFrom(const Location& other) const;

@@ -67,15 +67,17 @@ public:
 
     // Caller holds the service mutex. Decides whether `fix` goes to this manager and,
     // if so, records it as delivered.
-    Entry accept(const Location& fix) {
+    Entry accept(const Location& fix, SimulatedDelivery delivery) {
         Entry entry;
         if (!delegate_) return entry;
-        if (state_.updatingLocation) {
+        if (state_.updatingLocation && delivery != SimulatedDelivery::SignificantChange) {
             const double filter = state_.distanceFilter.value_or(kDistanceFilterNone);
             entry.standard = !hadStandardDelivery_ || filter <= 0.0 || !lastDelivered_ ||
                              fix.distanceFrom(*lastDelivered_) >= filter;
         }
-        if (state_.monitoringSignificantChanges) {
+        if (state_.monitoringSignificantChanges && delivery == SimulatedDelivery::SignificantChange) {
+            entry.significant = true;
+        } else if (state_.monitoringSignificantChanges && delivery == SimulatedDelivery::Automatic) {
             entry.significant = !lastSignificant_ ||
                                 fix.distanceFrom(*lastSignificant_) >= SimulatedLocationService::kSignificantChangeDistance;
         }
@@ -157,7 +159,7 @@ void SimulatedLocationService::setSupportsBackgroundUpdates(bool supported) {
     supportsBackground_ = supported;
 }
 
-int SimulatedLocationService::push(const Location& fix) {
+int SimulatedLocationService::push(const Location& fix, SimulatedDelivery delivery) {
     // Ids rather than pointers: a delegate may destroy managers, its own included,
     // and a new manager could reuse a freed address.
     std::vector<std::uint64_t> ids;
@@ -183,7 +185,7 @@ int SimulatedLocationService::push(const Location& fix) {
             std::lock_guard lock(mutex_);
             manager = find(id);
             if (!manager) continue;
-            entry = manager->accept(fix);
+            entry = manager->accept(fix, delivery);
             if (!entry.delegate) continue;
             manager->beginDelivery();
         }

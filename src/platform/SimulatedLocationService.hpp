@@ -6,8 +6,10 @@
 //  - significant-change monitoring gets a fix only when the device moved at least
 //    500 m since the last significant-change delivery to that manager (the first fix
 //    always counts).
-// A manager receives at most one batch per fix. Every setting a tracker makes is
-// recorded so tests can assert on it.
+// A manager receives at most one batch per fix. A host whose own source tells
+// standard updates from significant-change ones pushes each to its kind only
+// (SimulatedDelivery). Every setting a tracker makes is recorded so tests can
+// assert on it.
 #pragma once
 
 #include <bvgeo/platform/Export.hpp>
@@ -38,6 +40,13 @@ struct BVGEO_API SimulatedManagerState {
     int batchesDelivered = 0;
 };
 
+// Which deliveries a pushed fix is offered to.
+enum class SimulatedDelivery : int {
+    Automatic = 0,         // both, by the rules above
+    Standard = 1,          // standard delivery only, distance filter honoured
+    SignificantChange = 2, // significant-change monitoring only, as it is (the source judged the move)
+};
+
 class BVGEO_API SimulatedLocationService final : public LocationService {
 public:
     static constexpr double kSignificantChangeDistance = 500.0;
@@ -53,7 +62,7 @@ public:
     void setSupportsBackgroundUpdates(bool supported);
 
     // Delivers one fix as described above; returns how many managers received it.
-    int push(const Location& fix);
+    int push(const Location& fix, SimulatedDelivery delivery = SimulatedDelivery::Automatic);
     int push(double latitude, double longitude, double time) { return push(Location{latitude, longitude, time}); }
 
     // One entry per manager alive, in creation order.

@@ -5,8 +5,6 @@
 // Nothing here throws: every failure ends up in `TrackReadResult::error`.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
-
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -54,18 +52,18 @@ struct TrackReadResult {
 };
 
 // Reads the file at `path`. Errors and warnings name the file by `path` as given.
-BVGEO_API TrackReadResult readTrackFile(const std::string& path, const TrackReadOptions& options = {});
+TrackReadResult readTrackFile(const std::string& path, const TrackReadOptions& options = {});
 
 // Reads a track held in memory; `name` stands for the file in errors and warnings.
-BVGEO_API TrackReadResult readTrack(std::string_view content, std::string_view name,
+TrackReadResult readTrack(std::string_view content, std::string_view name,
                                     const TrackReadOptions& options = {});
 
 // The format the content is written in, judged by the content alone: XML with a
 // <gpx> root, NMEA sentences, or a CSV header naming at least one of the time,
 // latitude and longitude columns. Empty when it is none of them.
-BVGEO_API std::optional<TrackFormat> detectTrackFormat(std::string_view content);
+std::optional<TrackFormat> detectTrackFormat(std::string_view content);
 
 // "GPX", "NMEA" or "CSV".
-BVGEO_API const char* trackFormatName(TrackFormat format);
+const char* trackFormatName(TrackFormat format);
 
 } // namespace bvgeo

@@ -1,7 +1,11 @@
 #!/usr/bin/env bash
-# Installs the build into a scratch prefix, builds examples/host against it with
-# find_package(bvgeo) as a user's project would, serves the example zones with the
-# installed bvgeo program, and runs the host: it must get triggers for its walk.
+# Installs the build into a scratch prefix and uses it as users' projects would:
+#  - examples/host (C++) built with find_package(bvgeo), run against the installed
+#    bvgeo program serving the example zones: it must get triggers for its walk;
+#  - tests/capi/story.c (C99, bvgeo.h alone) built with pkg-config and -lbvgeo
+#    only, warnings as errors, run against libbvgeo.so from the prefix: enter,
+#    linger and exit through its callback;
+#  - the installed Python package, which finds the installed libbvgeo.so.1 itself.
 set -euo pipefail
 build_dir="$1"; source_dir="$2"
 work="$(mktemp -d)"
@@ -23,3 +27,26 @@ out="$("$work/host/bvgeo_host" "$work/data" "$base" 2>/dev/null)"
 echo "$out"
 grep -q "^enter Sittingbourne (gn2637802)$" <<<"$out"
 grep -Eq "^device [0-9A-F-]{36}: [1-9][0-9]* triggers stored$" <<<"$out"
+
+# The shared library, versioned.
+libdir="$(dirname "$(find "$work/prefix" -name 'libbvgeo.so.1' | head -1)")"
+[ -f "$libdir/libbvgeo.so.1" ]
+readelf -d "$libdir/libbvgeo.so" | grep -q 'SONAME.*\[libbvgeo\.so\.1\]'
+
+# A C host through pkg-config.
+export PKG_CONFIG_PATH="$libdir/pkgconfig"
+cc -std=c99 -Wall -Wextra -Werror $(pkg-config --cflags bvgeo) "$source_dir/tests/capi/story.c" \
+   -o "$work/story" $(pkg-config --libs bvgeo)
+story="$("$source_dir/tests/capi/run-story.sh" "$work/prefix/bin/bvgeo" "$source_dir" \
+         env LD_LIBRARY_PATH="$libdir" "$work/story" 2>/dev/null)"
+echo "$story"
+grep -q "^story: ok$" <<<"$story"
+# Its library is the installed one.
+LD_LIBRARY_PATH="$libdir" ldd "$work/story" | grep -q "libbvgeo.so.1 => $libdir/libbvgeo.so.1"
+
+# The installed Python package, without being told where the library is.
+python="$(command -v /usr/bin/python3 || command -v python3)"
+version="$(env -u BVGEO_LIBRARY PYTHONPATH="$libdir/python3/dist-packages" "$python" -c \
+  'import bvgeo, bvgeo._native as n; print(bvgeo.version(), n.lib._name)')"
+echo "python: $version"
+grep -q "^1.3.0 $libdir/libbvgeo.so.1$" <<<"$version"

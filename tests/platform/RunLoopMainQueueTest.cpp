@@ -79,5 +79,38 @@ TEST(RunLoopMainQueue, RunServesTheCallingThreadUntilStoppedAndKeepsLaterWork) {
     EXPECT_FALSE(queue.isCurrent());
 }
 
+TEST(RunLoopMainQueue, RunPendingRunsWhatIsDueNowOnTheCallersThreadAndReturns) {
+    RunLoopMainQueue queue;
+    std::vector<std::string> seen;
+    queue.async([&] {
+        seen.push_back(queue.isCurrent() ? "work on caller" : "work elsewhere");
+        queue.async([&] { seen.push_back("posted meanwhile"); });
+    });
+    queue.scheduleTimer(0.0, 0.0, [&] { seen.push_back("due timer"); });
+    queue.scheduleTimer(3600.0, 0.0, [&] { seen.push_back("later timer"); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the first timer is due
+    EXPECT_EQ(queue.runPending(), 2);
+    EXPECT_EQ(seen, (std::vector<std::string>{"due timer", "work on caller"}));
+    EXPECT_FALSE(queue.isCurrent());
+    EXPECT_EQ(queue.runPending(), 1) << "work posted by work waits for the next call";
+    EXPECT_EQ(queue.runPending(), 0);
+
+    // While another thread serves the queue, runPending leaves the work to it.
+    std::promise<void> started;
+    std::promise<void> release;
+    std::thread host([&] { queue.run(); });
+    queue.async([&] {
+        started.set_value();
+        release.get_future().wait();
+    });
+    started.get_future().wait();
+    queue.async([&] { seen.push_back("served by run"); });
+    EXPECT_EQ(queue.runPending(), 0);
+    release.set_value();
+    queue.async([&] { queue.stop(); });
+    host.join();
+    EXPECT_EQ(seen.back(), "served by run");
+}
+
 } // namespace
 } // namespace bvgeo

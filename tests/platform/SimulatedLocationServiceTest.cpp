@@ -77,6 +77,29 @@ TEST(SimulatedLocationService, SignificantChangesNeedFiveHundredMetresFromTheLas
     EXPECT_EQ(service.push(short2), 0) << "499 m from the last significant change, not from the first";
 }
 
+TEST(SimulatedLocationService, AFixOfOneKindReachesOnlyThatKindOfDelivery) {
+    SimulatedLocationService service;
+    auto standard = service.makeLocationManager();
+    auto significant = service.makeLocationManager();
+    Recorder st, si;
+    standard->setDelegate(&st);
+    standard->setDistanceFilter(100.0);
+    standard->startUpdatingLocation();
+    significant->setDelegate(&si);
+    significant->startMonitoringSignificantLocationChanges();
+
+    const Location first{51.0, 0.7, 1'500'000'000, 8.0};
+    EXPECT_EQ(service.push(first, SimulatedDelivery::Standard), 1);
+    EXPECT_EQ(st.batches.size(), 1u);
+    EXPECT_EQ(st.batches[0][0].horizontalAccuracy, 8.0) << "the fix arrives as pushed";
+    EXPECT_EQ(service.push(north(first, 50), SimulatedDelivery::Standard), 0) << "the distance filter still holds";
+    // The host's source judged the move significant: no 500 m rule, no standard delivery.
+    EXPECT_EQ(service.push(north(first, 20), SimulatedDelivery::SignificantChange), 1);
+    EXPECT_EQ(service.push(north(first, 40), SimulatedDelivery::SignificantChange), 1);
+    EXPECT_EQ(si.batches.size(), 2u);
+    EXPECT_EQ(st.batches.size(), 1u);
+}
+
 TEST(SimulatedLocationService, RecordsSettingsAndDeliversOnlyToRunningManagersWithADelegate) {
     SimulatedLocationService service;
     service.setSupportsBackgroundUpdates(false);

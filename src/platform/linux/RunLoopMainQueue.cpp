@@ -130,6 +130,44 @@ void RunLoopMainQueue::run() {
     runner_ = {};
 }
 
+int RunLoopMainQueue::runPending() {
+    std::unique_lock lock(mutex_);
+    const auto self = std::this_thread::get_id();
+    if (runner_ != std::thread::id{} && runner_ != self) return 0;
+    const auto previous = runner_;
+    runner_ = self;
+    int ran = 0;
+    auto runUnlocked = [&](std::function<void()> job) {
+        lock.unlock();
+        runGuarded(job);
+        job = nullptr;
+        lock.lock();
+        ++ran;
+    };
+
+    // Only what is due or posted now: work that keeps posting work must not hold the
+    // host's loop here for ever.
+    std::vector<std::pair<SteadyTime, TimerId>> due;
+    const auto now = std::chrono::steady_clock::now();
+    for (const auto& [id, timer] : timers_)
+        if (timer.due <= now) due.emplace_back(timer.due, id);
+    std::sort(due.begin(), due.end());
+    for (const auto& entry : due) {
+        auto it = timers_.find(entry.second);
+        if (it == timers_.end()) continue; // cancelled by an earlier one
+        auto fire = std::move(it->second.fire);
+        timers_.erase(it);
+        runUnlocked(std::move(fire));
+    }
+    for (std::size_t posted = work_.size(); posted > 0 && !work_.empty(); --posted) {
+        auto job = std::move(work_.front());
+        work_.pop_front();
+        runUnlocked(std::move(job));
+    }
+    runner_ = previous;
+    return ran;
+}
+
 void RunLoopMainQueue::startThread() {
     std::lock_guard lock(mutex_);
     if (own_.joinable()) return;

@@ -28,6 +28,10 @@ public:
 
     // Serves the queue on the calling thread until stop().
     void run();
+    // Runs, on the calling thread, the timers due now and the work posted before the
+    // call, then returns how many ran: for a host whose own loop calls it often.
+    // Does nothing (returns 0) while another thread is in run().
+    int runPending();
     // Serves the queue on a new thread of its own.
     void startThread();
     // Makes run() return once the item in progress is done. Pending work stays.

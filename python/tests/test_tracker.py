@@ -1,0 +1,229 @@
+"""The Tracker over the C API: the enter/linger/exit story in virtual and real
+time, reset, bad arguments, a callback that raises, and calls in the wrong order."""
+
+import logging
+import threading
+from datetime import datetime, timezone
+from pathlib import Path
+
+import pytest
+
+import bvgeo
+from conftest import FENCE_LAT, east
+
+T0 = 1_400_000_000.0
+# (metres east of the fence centre, seconds after T0): outside, enter, inside,
+# linger (300 s after the enter), exit.
+WALK = [(-800, 0), (-100, 60), (0, 200), (50, 400), (500, 460)]
+
+
+def open_host(data_dir, server, main_queue=bvgeo.MainQueue.VIRTUAL_TIME, linger_time=300, lines=None):
+    tracker = bvgeo.Tracker(data_dir, main_queue=main_queue, start_time=T0,
+                            console=lines.append if lines is not None else None)
+    tracker.set_environment_urls(bvgeo.Environment.DEVELOPMENT, server + "api/v1/app/", server)
+    tracker.configure("py", bvgeo.TriggerMode.BOTH, bvgeo.Environment.DEVELOPMENT)
+    tracker.set_parameters(distance_filter=bvgeo.DISTANCE_FILTER_NONE, linger_time=linger_time)
+    return tracker
+
+
+def walk(tracker):
+    for metres, seconds in WALK:
+        tracker.push_location(FENCE_LAT, east(metres), T0 + seconds, accuracy=5.0)
+
+
+def test_virtual_time_gives_enter_linger_exit_with_every_field(data_dir, server):
+    received = []
+    with open_host(data_dir, server) as tracker:
+        tracker.on_trigger = received.append
+        assert tracker.start()
+        walk(tracker)
+        assert [t.event for t in received] == ["enter", "linger", "exit"]
+        assert [t.timestamp for t in received] == [T0 + 60, T0 + 400, T0 + 460]
+        device = tracker.device_id
+        for trigger in received:
+            assert (trigger.fence_id, trigger.fence_name, trigger.device_id) == ("py-1", "Harbour Square", device)
+            assert trigger.location_event in ("regular", "significantchanges")
+        assert tracker.list_triggers() == received
+        # The reports leave on the request queue's timer, in virtual time too.
+        assert tracker.pending_reports == 1  # the exit's; the others left on earlier timers
+        tracker.advance_to(tracker.now + 60)
+        assert tracker.pending_reports == 0
+        assert Path(tracker.database_path).is_file()
+
+
+def test_own_thread_main_queue_calls_back_on_the_librarys_thread(data_dir, server):
+    received, threads, arrived = [], [], threading.Condition()
+
+    def on_trigger(trigger):
+        with arrived:
+            received.append(trigger.event)
+            threads.append(threading.get_ident())
+            arrived.notify_all()
+
+    def push_and_wait(metres, count, now):
+        tracker.push_location(FENCE_LAT, east(metres), now, kind=bvgeo.FixKind.STANDARD)
+        with arrived:
+            assert arrived.wait_for(lambda: len(received) >= count, timeout=30), received
+
+    # Real time: without linger pacing every later fix inside lingers.
+    with open_host(data_dir, server, bvgeo.MainQueue.OWN_THREAD, linger_time=0) as tracker:
+        tracker.on_trigger = on_trigger
+        assert tracker.start()
+        push_and_wait(0, 1, 0)
+        push_and_wait(20, 2, 0)
+        push_and_wait(800, 3, 0)
+    assert received == ["enter", "linger", "exit"]
+    assert threading.get_ident() not in threads
+
+
+def test_replay_returns_triggers_and_summary(tmp_path, server):
+    gpx = tmp_path / "walk.gpx"
+    def utc(seconds):
+        return datetime.fromtimestamp(T0 + seconds, timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ")
+
+    points = "".join(f'<trkpt lat="{FENCE_LAT}" lon="{east(m):.7f}"><time>{utc(s)}</time></trkpt>' for m, s in WALK)
+    gpx.write_text(f'<?xml version="1.0"?><gpx xmlns="http://www.topografix.com/GPX/1/1"><trk><trkseg>{points}'
+                   f'<trkpt lat="91" lon="0"><time>{utc(900)}</time></trkpt></trkseg></trk></gpx>')
+    result = bvgeo.replay(gpx, app_id="py", api_base=server + "api/v1/app/", assets_base=server,
+                          documents_directory=tmp_path / "data",
+                          parameters=bvgeo.Parameters(distance_filter=bvgeo.DISTANCE_FILTER_NONE))
+    assert [t.event for t in result.triggers] == ["enter", "linger", "exit"]
+    assert result.triggers[0].timestamp == T0 + 60
+    s = result.summary
+    assert (s.fixes_read, s.fixes_delivered) == (6, 5)
+    assert (s.enter, s.linger, s.exit, s.reports_still_queued) == (1, 1, 1, 0)
+    assert len(s.device_id) == 36
+    assert Path(s.database).is_file()
+
+    # Fixes given as tuples, and a second replay in the same process.
+    again = bvgeo.replay([(FENCE_LAT, east(m), T0 + s) for m, s in WALK], app_id="py", api_base=server + "api/v1/app/",
+                         assets_base=server, documents_directory=tmp_path / "again")
+    assert [t.event for t in again.triggers] == ["enter", "linger", "exit"]
+
+
+def test_reset_archives_the_database_and_starts_afresh(data_dir, server):
+    with open_host(data_dir, server) as tracker:
+        assert tracker.start()
+        walk(tracker)
+        before = tracker.device_id
+        assert len(tracker.list_triggers()) == 3
+
+        tracker.reset("archive-1")
+        assert (Path(data_dir) / "archive-1.sqlite").is_file()
+        assert tracker.list_triggers() == []
+        assert tracker.device_id != before
+        assert tracker.is_configured  # reset keeps the configuration
+
+        for name, code in (("archive-1", 1000), ("", 1001), ("a/b", 1002)):
+            with pytest.raises(bvgeo.ResetError) as refused:
+                tracker.reset(name)
+            assert refused.value.code == code
+
+
+def test_bad_arguments_raise_value_error_and_change_nothing(data_dir, server):
+    lines = []
+    with open_host(data_dir, server, lines=lines) as tracker:
+        with pytest.raises(ValueError, match="latitude 200 is outside -90..90"):
+            tracker.push_location(200, 0)
+        with pytest.raises(ValueError, match="kind 9"):
+            tracker.push_location(FENCE_LAT, east(0), kind=9)
+        with pytest.raises(ValueError, match="app_id is not valid UTF-8"):
+            tracker.configure(b"py\xff")
+        with pytest.raises(ValueError, match="app_id is not valid text"):
+            tracker.configure("py\ud800")
+        with pytest.raises(ValueError, match="zone_interval 0"):
+            tracker.set_parameters(zone_interval=0)
+        with pytest.raises(ValueError, match="linger_time .* out of range"):
+            tracker.set_parameters(linger_time=2 ** 70)
+        with pytest.raises(ValueError, match="environment 7"):
+            tracker.set_environment_urls(7, "http://x/")
+        with pytest.raises(ValueError, match="name contains a NUL"):
+            tracker.reset("archive\0.sqlite")
+        with pytest.raises(TypeError):
+            tracker.log(42)
+        # Each refusal the library saw is a log line too.
+        assert any("latitude 200 is outside -90..90" in line for line in lines)
+        assert any("app_id is not valid UTF-8" in line for line in lines)
+        # Nothing changed: the configuration and parameters are as they were.
+        assert tracker.is_configured and tracker.app_id == "py"
+        assert tracker.parameters.linger_time == 300
+
+        # Out-of-range enumerations go through the facade, which refuses the
+        # configuration in its own words, as for a C++ host.
+        with pytest.raises(ValueError, match="trigger_mode 7"):
+            tracker.configure("py", trigger_mode=7)
+        assert not tracker.is_configured
+        assert any("Invalid triggerMode 7!" in line for line in lines)
+
+
+def test_a_callback_that_raises_is_logged_and_the_library_goes_on(data_dir, server, caplog):
+    lines, calls = [], []
+
+    def explode(trigger):
+        calls.append(trigger.event)
+        raise RuntimeError(f"host bug on {trigger.event}")
+
+    with caplog.at_level(logging.ERROR, logger="bvgeo"):
+        with open_host(data_dir, server, lines=lines) as tracker:
+            tracker.on_trigger = explode
+            assert tracker.start()
+            walk(tracker)
+            assert calls == ["enter", "linger", "exit"]
+            assert len(tracker.list_triggers()) == 3
+            tracker.advance_to(tracker.now + 60)
+            assert tracker.pending_reports == 0
+    assert "the trigger callback raised" in caplog.text and "host bug on enter" in caplog.text
+    assert any("Python trigger callback raised RuntimeError: host bug on linger" in line for line in lines)
+
+
+def test_calls_in_the_wrong_order(data_dir, server):
+    lines = []
+    with bvgeo.Tracker(data_dir, main_queue=bvgeo.MainQueue.VIRTUAL_TIME, console=lines.append) as tracker:
+        # As the facade: start before configure logs and starts nothing.
+        assert tracker.start() is False
+        assert any("BVGeoTracker is not configured! Please configure before calling start()" in line
+                   for line in lines)
+        assert tracker.push_location(FENCE_LAT, east(0), T0) == 0
+        # One tracker per process.
+        with pytest.raises(bvgeo.StateError, match="already open"):
+            bvgeo.Tracker(data_dir)
+        # Functions of another main-queue mode.
+        with pytest.raises(bvgeo.StateError, match="host main-queue mode"):
+            tracker.run_main_queue()
+        # A callback may not pump virtual time.
+        refused = []
+
+        def pump(trigger):
+            try:
+                tracker.settle()
+            except bvgeo.StateError as error:
+                refused.append(str(error))
+
+        tracker.set_environment_urls(bvgeo.Environment.DEVELOPMENT, server + "api/v1/app/", server)
+        tracker.configure("py", environment=bvgeo.Environment.DEVELOPMENT)
+        tracker.on_trigger = pump
+        assert tracker.start()
+        tracker.push_location(FENCE_LAT, east(0), T0 + 10)
+        assert refused and "inside a trigger callback" in refused[0]
+    with pytest.raises(bvgeo.StateError):
+        tracker.device_id
+    assert bvgeo.version() == "1.3.0"
+
+
+def test_tracks_are_read_from_gpx_and_csv_in_time_order(tmp_path):
+    csv = tmp_path / "walk.csv"
+    csv.write_text("Time,Lat,Lon,speed\n"
+                   "2014-05-13T16:53:20Z,51.5,0.1,3\n"
+                   "1400000060,51.5,0.101,3\n"
+                   "1400000030,51.5,0.102,3\n"        # not later than the one before
+                   "2014-05-13T16:55:20+00:00,95,0.1,3\n"  # no such latitude
+                   ",51.5,0.1,3\n"                       # no time
+                   "2014-05-13T17:55:20+01:00,51.5,0.103,3\n")
+    fixes, skipped = bvgeo.read_track(csv)
+    assert [f.time for f in fixes] == [T0, T0 + 60, T0 + 120]
+    assert [f.longitude for f in fixes] == [0.1, 0.101, 0.103]
+    assert skipped == 3
+    nmea = tmp_path / "log.nmea"
+    nmea.write_text("$GPGLL,5950.000,N,02330.000,E,095559,A*2C\n")
+    with pytest.raises(bvgeo.TrackError, match="NMEA"):
+        bvgeo.read_track(nmea)

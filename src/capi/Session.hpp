@@ -1,0 +1,110 @@
+// Session: what one bvgeo_open set up, and how bvgeo_close takes it down. It owns
+// the platform pieces a C host steers (the main queue in the chosen mode, the
+// simulated location service the host feeds, virtual time), the facade's delegate
+// that forwards to the host's callback, and the debug console.
+//
+// Made and shut down by the C API under its open/close lock. Everything else may
+// be called from any thread; push() and the virtual-time operations are taken one
+// at a time, and the main-queue operations follow the mode's rules (bvgeo.h).
+#pragma once
+
+#include "capi/CallbackConsole.hpp"
+#include "capi/TriggerCallback.hpp"
+#include "capi/VirtualTime.hpp"
+
+#include <bvgeo/DebugConsole.hpp>
+#include <bvgeo/bvgeo.h>
+#include <bvgeo/platform/SimulatedLocationService.hpp>
+#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
+#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace bvgeo::capi {
+
+enum class MainQueueMode : int { OwnThread = 0, Host = 1, VirtualTime = 2 };
+
+struct SessionOptions {
+    std::string documentsDirectory; // non-empty, existing and writable
+    MainQueueMode mode = MainQueueMode::OwnThread;
+    double startTime = 0.0; // virtual time: the clock's start
+    bvgeo_console_callback console = nullptr;
+    void* consoleUserData = nullptr;
+};
+
+class Session {
+public:
+    // Installs the platform; the library is used from here on.
+    Session(const SessionOptions& options, bvgeo_tracker* handle);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    MainQueueMode mode() const { return mode_; }
+
+    // Stops tracking and the console, lets work in progress finish and stops the
+    // main queue: after it no library work runs and no callback comes.
+    void shutDown();
+    // Lets go of every shared instance of the library (database, HTTP, services)
+    // and of the host's console callback. After shutDown only.
+    void releaseLibraryState();
+
+    void setTriggerCallback(bvgeo_trigger_callback callback, void* userData);
+
+    // One fix from the host's source; in virtual time it first moves the clock and
+    // afterwards runs what the fix started. Empty when virtual time got stuck.
+    std::optional<int> push(const Location& fix, SimulatedDelivery delivery);
+
+    // Host mode. runMainQueue is false, having done nothing, while another thread
+    // serves the queue.
+    bool runMainQueue();
+    void stopMainQueue();
+    // Host mode: what is due now. Virtual time: settle. Empty when virtual time got stuck.
+    std::optional<std::size_t> runPending();
+    bool hostIsRunning() const;
+
+    // Virtual time; the caller checked the mode.
+    double virtualNow() const;
+    bool advanceTo(double time);
+    bool settle();
+    std::optional<double> nextTimer() const;
+
+    // Debug console. start: empty when started, else the reason; `alreadyRunning`
+    // tells the two failures apart.
+    std::optional<std::string> startConsole(const DebugConsoleOptions& options, bool& alreadyRunning);
+    void stopConsole();
+    std::string consoleUrl() const;
+
+private:
+    void drainRealTime();
+    // Waits until the main queue ran everything posted before the call.
+    bool flushMainQueue(double timeoutSeconds);
+
+    const MainQueueMode mode_;
+    std::shared_ptr<SimulatedLocationService> locations_;
+    std::shared_ptr<TriggerCallback> delegate_;
+    std::shared_ptr<CallbackConsole> console_; // when the host asked for its lines
+
+    // Own thread and host modes.
+    std::shared_ptr<RunLoopMainQueue> runLoop_;
+    std::shared_ptr<testing::ManualDispatchQueues> threadedQueues_; // counted, so close can wait for them
+    std::thread mainThread_;
+    mutable std::mutex hostMutex_;
+    std::condition_variable hostDone_;
+    bool hostRunning_ = false;
+
+    // Virtual time.
+    std::unique_ptr<VirtualTime> virtual_;
+
+    std::mutex pumpMutex_; // one fix, and in virtual time one pump, at a time
+
+    mutable std::mutex debugConsoleMutex_;
+    std::unique_ptr<DebugConsole> debugConsole_;
+};
+
+} // namespace bvgeo::capi

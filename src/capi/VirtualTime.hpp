@@ -1,0 +1,44 @@
+// VirtualTime: the clock, main queue and serial queues of a C host that drives time
+// itself (BVGEO_MAIN_QUEUE_VIRTUAL_TIME). Nothing moves until the host calls in:
+// work runs on the calling thread, which counts as the main thread meanwhile; HTTP
+// completions arrive on the transport thread and are waited for before time moves
+// on, so a replay gives what a device would have produced over the same hours.
+// One thread at a time (the C API holds a lock around every call).
+#pragma once
+
+#include <bvgeo/platform/testing/ManualClock.hpp>
+#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/testing/ManualMainQueue.hpp>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+
+namespace bvgeo::capi {
+
+class VirtualTime {
+public:
+    explicit VirtualTime(double startTime);
+
+    const std::shared_ptr<testing::ManualClock>& clock() const { return clock_; }
+    const std::shared_ptr<testing::ManualMainQueue>& mainQueue() const { return mainQueue_; }
+    const std::shared_ptr<testing::ManualDispatchQueues>& queues() const { return queues_; }
+
+    double now() const { return clock_->currentTime(); }
+
+    // Runs queued work and waits for transfers until nothing is left; adds how many
+    // items ran to `ran`. False when the library kept busy past the bounds (a
+    // transfer hung, work kept being posted).
+    bool settle(std::size_t* ran = nullptr);
+    // Fires every timer due up to `time`, in order, each at its due time, running
+    // what it started; then leaves the clock at `time` (never moves it backwards).
+    bool advanceTo(double time);
+    std::optional<double> nextTimer() const { return mainQueue_->nextTimerDue(); }
+
+private:
+    std::shared_ptr<testing::ManualClock> clock_;
+    std::shared_ptr<testing::ManualMainQueue> mainQueue_;
+    std::shared_ptr<testing::ManualDispatchQueues> queues_;
+};
+
+} // namespace bvgeo::capi
