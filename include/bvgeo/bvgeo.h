@@ -86,7 +86,7 @@ BVGEO_C_API const char *bvgeo_last_error(void);
 /* Frees text returned by the library. NULL is allowed. */
 BVGEO_C_API void bvgeo_free(void *text);
 
-/* ---- Vocabulary (Part 1.2) ------------------------------------------------------ */
+/* ---- Vocabulary ----------------------------------------------------------------- */
 
 enum {
     BVGEO_ENVIRONMENT_PRODUCTION = 0,
@@ -182,7 +182,7 @@ BVGEO_C_API bvgeo_status bvgeo_open(const bvgeo_open_options *options, bvgeo_tra
  * running bvgeo_main_queue_run is stopped and waited for. */
 BVGEO_C_API bvgeo_status bvgeo_close(bvgeo_tracker *tracker);
 
-/* ---- Configuration (Part 1.1) -------------------------------------------------- */
+/* ---- Configuration -------------------------------------------------------------- */
 
 /* BVGeoTracker::configure. An empty app_id, or a mode or environment out of range,
  * is refused by the facade as in C++ (its log line; the tracker is then not

@@ -1,4 +1,4 @@
-"""Plain values of the Python API: the enumerations of Part 1.2, a trigger, the
+"""Plain values of the Python API: the library's enumerations, a trigger, the
 tuning and extended options, and a replay's result."""
 
 import enum
