@@ -24,6 +24,15 @@ BVGEO_API void resetAllSharedInstances();
 template <class T>
 class SharedInstance {
 public:
+    SharedInstance() = default;
+    // The instance outlives the slot's static teardown: the library's threads (HTTP
+    // transport, serial queues, a main-queue thread) may still be running when a
+    // host returns from main, and must not meet a destroyed service. The process's
+    // end reclaims it.
+    ~SharedInstance() { (void)owned_.release(); }
+    SharedInstance(const SharedInstance&) = delete;
+    SharedInstance& operator=(const SharedInstance&) = delete;
+
     template <class Make>
     T& get(Make&& make) {
         if (T* existing = pointer_.load(std::memory_order_acquire)) return *existing;
