@@ -50,7 +50,8 @@ class AnswerEvents final : public nlohmann::json_sax<nlohmann::json> {
 public:
     using json = nlohmann::json;
 
-    AnswerEvents(json_sax<json>& reader, bool buildText) : reader_(reader), buildText_(buildText) {}
+    // A null reader is allowed: the body is then only checked (and printed).
+    AnswerEvents(json_sax<json>* reader, bool buildText) : reader_(reader), buildText_(buildText) {}
 
     bool null() override {
         return forward([](json_sax<json>& to) { to.null(); });
@@ -90,7 +91,7 @@ public:
         return forward([](json_sax<json>& to) { to.end_array(); });
     }
     bool parse_error(std::size_t position, const std::string& lastToken, const nlohmann::detail::exception& e) override {
-        reader_.parse_error(position, lastToken, e);
+        if (reader_) reader_->parse_error(position, lastToken, e);
         error_ = decodingError(e.id, e.what());
         return false;
     }
@@ -105,11 +106,11 @@ private:
     bool forward(Event event) {
         started_ = true;
         if (buildText_) event(text_);
-        event(reader_);
+        if (reader_) event(*reader_);
         return true;
     }
 
-    json_sax<json>& reader_;
+    json_sax<json>* reader_;
     const bool buildText_;
     CompactJsonText text_;
     bool started_ = false;
@@ -231,7 +232,7 @@ void HTTPClient::getStreamed(const std::string& url, const std::optional<nlohman
     submit(
         request(url, HTTPMethod::GET, std::nullopt, headers),
         [this, reader = std::move(reader), success, failure](CurlTransport::Result& result) {
-            if (reader) completeStreamed(result, *reader, success, failure);
+            completeStreamed(result, reader.get(), success, failure);
         },
         failure);
 }
@@ -288,7 +289,7 @@ void HTTPClient::complete(CurlTransport::Result& result, const Success& success,
     }
 }
 
-void HTTPClient::completeStreamed(CurlTransport::Result& result, JsonReader& reader, const StreamSuccess& success,
+void HTTPClient::completeStreamed(CurlTransport::Result& result, JsonReader* reader, const StreamSuccess& success,
                                   const Failure& failure) {
     auto& console = *platform().console;
     try {

@@ -90,7 +90,7 @@ private:
     CurlTransport* transport();
     void submit(URLRequest request, CurlTransport::Completion handle, const Failure& failure);
     void complete(CurlTransport::Result& result, const Success& success, const Failure& failure);
-    void completeStreamed(CurlTransport::Result& result, JsonReader& reader, const StreamSuccess& success,
+    void completeStreamed(CurlTransport::Result& result, JsonReader* reader, const StreamSuccess& success,
                           const Failure& failure);
     void finishOne();
 
