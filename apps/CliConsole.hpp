@@ -21,6 +21,7 @@ public:
         : echoLog_(echoLog), showPrints_(showPrints), printsToStandardOutput_(printsToStandardOutput) {}
     void log(std::string_view line) override;
     void print(std::string_view line) override;
+    bool wantsPrints() const override { return printsToStandardOutput_ || showPrints_; }
     // Writes a program line to standard error between the library's lines.
     void note(std::string_view line);
 

@@ -43,9 +43,10 @@ constexpr double kSphereRadius = 6371008.8;
 constexpr double kSphereLow = 0.99;
 constexpr double kSphereHigh = 1.01;
 
-// Grid shape. Cells a little smaller than the typical fence let whole cells be
-// marked surely inside, which saves the per-candidate test for most hits.
-constexpr double kCellOverMedianRadius = 0.5;
+// Grid shape. Cells as wide as the typical fence's radius still let many whole cells
+// be marked surely inside, which saves the per-candidate test for most hits; halving
+// them bought no speed and cost three times the entries (memory and build time).
+constexpr double kCellOverMedianRadius = 1.0;
 constexpr double kLargeRadiusOverCell = 8.0; // for the 99th percentile
 constexpr double kMinCellDegrees = 1e-4;
 constexpr double kMaxCellDegrees = 1.0;
@@ -289,74 +290,102 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         lowestColumn = std::min(lowestColumn, box.firstColumn);
         highestColumn = std::max(highestColumn, box.lastColumn);
     }
-    struct Placement {
-        std::uint32_t row, column, entry;
-    };
-    std::vector<Placement> placed;
-    placed.reserve(total);
+    // Calls emit(row, column, entry) for every cell each box really reaches, box by
+    // box in list order, rows and columns relative to the lowest in use.
     const double halfCell = cellDegrees_ / 2.0 * (1.0 + 1e-9) + 1e-12; // a position's cell may be off by a rounding
-    for (const Box& box : boxes) {
-        const LocalDisc& disc = local_[box.index];
-        const double scaleLatitude = disc.metresPerDegreeLatitude, scaleLongitude = disc.metresPerDegreeLongitude;
-        const double cellReach = halfCell * std::hypot(scaleLatitude, scaleLongitude);
-        const double insideBelow = disc.insideBelow, outsideFrom = disc.outsideFrom;
-        const double surelyInside = insideBelow > 0.0 ? std::sqrt(insideBelow) * (1.0 - kRelativeSlack) : -1.0;
-        const double surelyOutside = std::sqrt(outsideFrom) * (1.0 + kRelativeSlack);
-        for (std::int64_t row = box.firstRow; row <= box.lastRow; ++row) {
-            const double dy = (-90.0 + (static_cast<double>(row) + 0.5) * cellDegrees_ - disc.latitude) * scaleLatitude;
-            for (std::int64_t column = box.firstColumn; column <= box.lastColumn; ++column) {
-                const double dx =
-                    (-180.0 + (static_cast<double>(column) + 0.5) * cellDegrees_ - disc.longitude) * scaleLongitude;
-                const double toCentre = std::sqrt(dx * dx + dy * dy);
-                if (toCentre - cellReach >= surelyOutside) continue; // the box's corners
-                const bool wholeCellInside = toCentre + cellReach < surelyInside;
-                placed.push_back({static_cast<std::uint32_t>(row - lowestRow),
-                                  static_cast<std::uint32_t>(column - lowestColumn),
-                                  (box.index << 1) | (wholeCellInside ? 1u : 0u)});
+    const auto forEachPlacement = [&](auto emit) {
+        for (const Box& box : boxes) {
+            const LocalDisc& disc = local_[box.index];
+            const double scaleLatitude = disc.metresPerDegreeLatitude, scaleLongitude = disc.metresPerDegreeLongitude;
+            const double cellReach = halfCell * std::hypot(scaleLatitude, scaleLongitude);
+            const double insideBelow = disc.insideBelow, outsideFrom = disc.outsideFrom;
+            const double surelyInside = insideBelow > 0.0 ? std::sqrt(insideBelow) * (1.0 - kRelativeSlack) : -1.0;
+            const double surelyOutside = std::sqrt(outsideFrom) * (1.0 + kRelativeSlack);
+            for (std::int64_t row = box.firstRow; row <= box.lastRow; ++row) {
+                const double dy =
+                    (-90.0 + (static_cast<double>(row) + 0.5) * cellDegrees_ - disc.latitude) * scaleLatitude;
+                for (std::int64_t column = box.firstColumn; column <= box.lastColumn; ++column) {
+                    const double dx =
+                        (-180.0 + (static_cast<double>(column) + 0.5) * cellDegrees_ - disc.longitude) * scaleLongitude;
+                    const double toCentre = std::sqrt(dx * dx + dy * dy);
+                    if (toCentre - cellReach >= surelyOutside) continue; // the box's corners
+                    const bool wholeCellInside = toCentre + cellReach < surelyInside;
+                    emit(static_cast<std::uint32_t>(row - lowestRow), static_cast<std::uint32_t>(column - lowestColumn),
+                         (box.index << 1) | (wholeCellInside ? 1u : 0u));
+                }
+            }
+        }
+    };
+    const auto width = static_cast<std::uint64_t>(boxes.empty() ? 0 : highestColumn - lowestColumn + 1);
+    const auto height = static_cast<std::uint64_t>(boxes.empty() ? 0 : highestRow - lowestRow + 1);
+    if (!boxes.empty() && width * height <= total + (std::uint64_t{1} << 20)) {
+        // The fences cover a compact area (one zone's do): the cells of the whole area
+        // become a plain array, looked up without hashing, and each entry is placed
+        // straight where it belongs after a counting pass. Nothing as large as the
+        // entries themselves is needed on the side.
+        std::vector<std::uint32_t> ends(width * height + 1, 0);
+        forEachPlacement([&](std::uint32_t row, std::uint32_t column, std::uint32_t) { ++ends[row * width + column + 1]; });
+        for (std::size_t cell = 1; cell < ends.size(); ++cell) ends[cell] += ends[cell - 1];
+        entries_.resize(ends.back());
+        forEachPlacement([&](std::uint32_t row, std::uint32_t column, std::uint32_t entry) {
+            entries_[ends[row * width + column]++] = entry;
+        });
+        // Filling moved each cell's mark to where its entries end; shifted back by one
+        // cell, the array gives every cell's first entry and the next cell's.
+        for (std::size_t cell = ends.size() - 1; cell > 0; --cell) ends[cell] = ends[cell - 1];
+        ends[0] = 0;
+        grid_ = std::move(ends);
+        gridRow_ = lowestRow;
+        gridColumn_ = lowestColumn;
+        gridWidth_ = width;
+        gridHeight_ = height;
+    } else if (!boxes.empty()) {
+        // Fences spread thinly over a wide area: gather the placements and group them
+        // by cell with two stable counting passes, by column and then by row, which
+        // keep each cell's entries in list order.
+        struct Placement {
+            std::uint32_t row, column, entry;
+        };
+        std::vector<Placement> placed;
+        placed.reserve(total);
+        forEachPlacement([&](std::uint32_t row, std::uint32_t column, std::uint32_t entry) {
+            placed.push_back({row, column, entry});
+        });
+        std::vector<Placement> scratch(placed.size());
+        const auto countingPass = [](const std::vector<Placement>& from, std::vector<Placement>& to, std::size_t range,
+                                     auto part) {
+            std::vector<std::uint32_t> next(range + 1, 0);
+            for (const Placement& placement : from) ++next[part(placement) + 1];
+            for (std::size_t i = 1; i <= range; ++i) next[i] += next[i - 1];
+            for (const Placement& placement : from) to[next[part(placement)]++] = placement;
+        };
+        countingPass(placed, scratch, width, [](const Placement& placement) { return placement.column; });
+        countingPass(scratch, placed, height, [](const Placement& placement) { return placement.row; });
+        scratch = {};
+
+        std::size_t distinct = 0;
+        for (std::size_t i = 0; i < placed.size(); ++i)
+            if (i == 0 || placed[i].row != placed[i - 1].row || placed[i].column != placed[i - 1].column) ++distinct;
+        entries_.reserve(placed.size());
+        if (distinct > 0) {
+            std::size_t slots = 16;
+            while (slots < distinct * 2) slots *= 2;
+            cells_.assign(slots, CellSlot{kEmptyKey, 0, 0});
+            const std::uint64_t mask = slots - 1;
+            for (std::size_t i = 0; i < placed.size();) {
+                const std::uint32_t row = placed[i].row, column = placed[i].column;
+                const auto begin = static_cast<std::uint32_t>(entries_.size());
+                for (; i < placed.size() && placed[i].row == row && placed[i].column == column; ++i)
+                    entries_.push_back(placed[i].entry);
+                const std::uint64_t key = static_cast<std::uint64_t>(row + lowestRow) * columns_ +
+                                          static_cast<std::uint64_t>(column + lowestColumn);
+                std::uint64_t slot = mixKey(key) & mask;
+                while (cells_[slot].key != kEmptyKey) slot = (slot + 1) & mask;
+                cells_[slot] = CellSlot{key, begin, static_cast<std::uint32_t>(entries_.size())};
             }
         }
     }
     boxes = {};
-
-    // Two stable counting passes, by column and then by row, group the placements by
-    // cell while keeping each cell's entries in list order.
-    std::vector<Placement> scratch(placed.size());
-    const auto countingPass = [](const std::vector<Placement>& from, std::vector<Placement>& to, std::size_t range,
-                                 auto part) {
-        std::vector<std::uint32_t> next(range + 1, 0);
-        for (const Placement& placement : from) ++next[part(placement) + 1];
-        for (std::size_t i = 1; i <= range; ++i) next[i] += next[i - 1];
-        for (const Placement& placement : from) to[next[part(placement)]++] = placement;
-    };
-    if (!placed.empty()) {
-        countingPass(placed, scratch, static_cast<std::size_t>(highestColumn - lowestColumn + 1),
-                     [](const Placement& placement) { return placement.column; });
-        countingPass(scratch, placed, static_cast<std::size_t>(highestRow - lowestRow + 1),
-                     [](const Placement& placement) { return placement.row; });
-    }
-    scratch = {};
-
-    std::size_t distinct = 0;
-    for (std::size_t i = 0; i < placed.size(); ++i)
-        if (i == 0 || placed[i].row != placed[i - 1].row || placed[i].column != placed[i - 1].column) ++distinct;
-    entries_.reserve(placed.size());
-    if (distinct > 0) {
-        std::size_t slots = 16;
-        while (slots < distinct * 2) slots *= 2;
-        cells_.assign(slots, CellSlot{kEmptyKey, 0, 0});
-        const std::uint64_t mask = slots - 1;
-        for (std::size_t i = 0; i < placed.size();) {
-            const std::uint32_t row = placed[i].row, column = placed[i].column;
-            const auto begin = static_cast<std::uint32_t>(entries_.size());
-            for (; i < placed.size() && placed[i].row == row && placed[i].column == column; ++i)
-                entries_.push_back(placed[i].entry);
-            const std::uint64_t key = static_cast<std::uint64_t>(row + lowestRow) * columns_ +
-                                      static_cast<std::uint64_t>(column + lowestColumn);
-            std::uint64_t slot = mixKey(key) & mask;
-            while (cells_[slot].key != kEmptyKey) slot = (slot + 1) & mask;
-            cells_[slot] = CellSlot{key, begin, static_cast<std::uint32_t>(entries_.size())};
-        }
-    }
 
     std::sort(everywhere.begin(), everywhere.end());
     everywhere_.reserve(everywhere.size());
@@ -413,8 +442,16 @@ FenceList FenceIndex::insideFences(double latitude, double longitude) const {
     const std::uint32_t* entriesEnd = nullptr;
     const auto row = gridIndex(latitude + 90.0, cellDegrees_);
     const auto column = gridIndex(longitude + 180.0, cellDegrees_);
-    if (const CellSlot* cell =
-            findCell(static_cast<std::uint64_t>(row) * columns_ + static_cast<std::uint64_t>(column))) {
+    if (!grid_.empty()) {
+        const auto gridRow = static_cast<std::uint64_t>(row - gridRow_);
+        const auto gridColumn = static_cast<std::uint64_t>(column - gridColumn_);
+        if (gridRow < gridHeight_ && gridColumn < gridWidth_) { // negatives wrap to huge
+            const std::size_t cell = gridRow * gridWidth_ + gridColumn;
+            entry = entries_.data() + grid_[cell];
+            entriesEnd = entries_.data() + grid_[cell + 1];
+        }
+    } else if (const CellSlot* cell =
+                   findCell(static_cast<std::uint64_t>(row) * columns_ + static_cast<std::uint64_t>(column))) {
         entry = entries_.data() + cell->begin;
         entriesEnd = entries_.data() + cell->end;
     }

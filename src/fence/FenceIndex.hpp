@@ -62,6 +62,12 @@ private:
     double cellDegrees_ = 0.01;
     std::uint64_t columns_ = 0;
     std::vector<LocalDisc> local_;       // parallel to fences_; used for gridded fences only
+    // Cells of a compact area: grid_[i] and grid_[i + 1] bound cell i's entries, the
+    // cells counted row by row from (gridRow_, gridColumn_). Empty for a wide area,
+    // whose cells are found through cells_ instead.
+    std::vector<std::uint32_t> grid_;
+    std::int64_t gridRow_ = 0, gridColumn_ = 0;
+    std::uint64_t gridWidth_ = 0, gridHeight_ = 0;
     std::vector<CellSlot> cells_;        // open addressing, power-of-two size, key ~0 marks empty
     std::vector<std::uint32_t> entries_; // per cell: (index << 1) | surelyInsideWholeCell, ascending
     std::vector<SphereDisc> everywhere_; // fences too large or awkward for the grid, ascending index

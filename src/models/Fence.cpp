@@ -1,6 +1,7 @@
 #include "models/Fence.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "models/FenceListBuilder.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/NumberText.hpp>
@@ -50,10 +51,36 @@ namespace {
 constexpr const char* kInsertFence =
     "INSERT OR REPLACE INTO fence (id , name , latitude , longitude, radius, content_ids, current_zone) "
     "VALUES (?, ?, ?, ?, ?, ?, ?)";
+constexpr std::size_t kValuesPerFence = 7;
+
+// Rows per statement when a whole list is stored. One statement per fence would
+// carry its own copy of the statement text; a statement of many rows shares one.
+// 128 rows keep the parameters below SQLite's oldest limit of 999.
+constexpr std::size_t kFencesPerInsert = 128;
+
+void appendFenceValues(SqlValues& values, const Fence& fence) {
+    values.emplace_back(fence.id);
+    values.emplace_back(fence.name);
+    values.emplace_back(coordinateText(fence.latitude));
+    values.emplace_back(coordinateText(fence.longitude));
+    values.emplace_back(fence.radius);
+    values.emplace_back(Fence::serializeArray(fence.content_ids));
+    values.emplace_back(std::int64_t{fence.current_zone ? 1 : 0});
+}
 
 SqlValues fenceValues(const Fence& fence) {
-    return {fence.id, fence.name, coordinateText(fence.latitude), coordinateText(fence.longitude), fence.radius,
-            Fence::serializeArray(fence.content_ids), std::int64_t{fence.current_zone ? 1 : 0}};
+    SqlValues values;
+    values.reserve(kValuesPerFence);
+    appendFenceValues(values, fence);
+    return values;
+}
+
+// INSERT OR REPLACE of several rows takes them in order, as that many single
+// inserts would: of two fences with one id the later stays.
+std::string insertFences(std::size_t count) {
+    std::string sql = kInsertFence;
+    for (std::size_t i = 1; i < count; ++i) sql += ", (?, ?, ?, ?, ?, ?, ?)";
+    return sql;
 }
 
 const char* clearStatement(bool keepFences) {
@@ -67,33 +94,46 @@ bool Fence::save(const Fence& fence) { return BV1Database::executeUpdate(kInsert
 // The clearing and every insert form one transaction: a zone file is stored whole
 // or not at all, and a large one is written in one commit.
 bool Fence::saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences) {
-    std::vector<SqlStatement> statements;
-    statements.reserve(fences.size() + 1);
-    statements.push_back({clearStatement(BVGeoTracker::sharedInstance().isDebug()), {}});
+    std::vector<const Fence*> present;
+    present.reserve(fences.size());
     for (const auto& fence : fences)
-        if (fence) statements.push_back({kInsertFence, fenceValues(*fence)});
+        if (fence) present.push_back(fence.get());
+
+    static const std::string kInsertMany = insertFences(kFencesPerInsert);
+    const std::size_t full = present.size() / kFencesPerInsert;
+    std::vector<SqlStatement> statements;
+    statements.reserve(1 + full + present.size() % kFencesPerInsert);
+    statements.push_back({clearStatement(BVGeoTracker::sharedInstance().isDebug()), {}});
+    std::size_t next = 0;
+    for (std::size_t chunk = 0; chunk < full; ++chunk) {
+        SqlStatement& statement = statements.emplace_back(SqlStatement{kInsertMany, {}});
+        statement.args.reserve(kFencesPerInsert * kValuesPerFence);
+        for (std::size_t i = 0; i < kFencesPerInsert; ++i) appendFenceValues(statement.args, *present[next++]);
+    }
+    // The rest one by one: a statement per remainder size would fill the statement cache.
+    for (; next < present.size(); ++next) statements.push_back({kInsertFence, fenceValues(*present[next])});
     return BV1Database::executeBatch(statements);
 }
 
 bool Fence::clearFenceCache(bool keepFences) { return BV1Database::executeStatements(clearStatement(keepFences)); }
 
 std::vector<std::shared_ptr<Fence>> Fence::getFences(bool onlyCurrentZone) {
-    std::vector<std::shared_ptr<Fence>> fences;
     std::string sql = "SELECT * FROM fence";
     if (onlyCurrentZone) sql += " WHERE current_zone = 1";
     BV1Database database;
+    FenceListBuilder list;
     database.getDatabase().executeQuery(sql, {}, [&](const DatabaseRow& row) {
-        auto fence = std::make_shared<Fence>();
-        fence->id = row.stringForColumn("id");
-        fence->name = row.stringForColumn("name");
-        fence->latitude = row.doubleForColumn("latitude");
-        fence->longitude = row.doubleForColumn("longitude");
-        fence->radius = row.doubleForColumn("radius");
-        fence->content_ids = deserializeArray(row.stringForColumn("content_ids"));
-        fence->current_zone = row.int64ForColumn("current_zone") == 1;
-        fences.push_back(std::move(fence));
+        Fence fence;
+        fence.id = row.stringForColumn("id");
+        fence.name = row.stringForColumn("name");
+        fence.latitude = row.doubleForColumn("latitude");
+        fence.longitude = row.doubleForColumn("longitude");
+        fence.radius = row.doubleForColumn("radius");
+        fence.content_ids = deserializeArray(row.stringForColumn("content_ids"));
+        fence.current_zone = row.int64ForColumn("current_zone") == 1;
+        list.add(std::move(fence));
     });
-    return fences;
+    return list.finish();
 }
 
 std::string Fence::serializeArray(const std::vector<std::string>& values) {

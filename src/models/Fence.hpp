@@ -1,7 +1,9 @@
 // Fence: a named circle on the earth (centre in degrees, radius in metres) with its
 // content identifiers, as read from a zone file or the fence table. Shared by the
-// lists that hold it; its fields are set only while it is being built. The table
-// operations run on the caller's thread.
+// lists that hold it; its fields are set only while it is being built. Lists read
+// here (and from zone files) keep their fences in blocks owned by the whole list
+// (FenceListBuilder), so a fence stays valid while any fence of its list is held.
+// The table operations run on the caller's thread.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

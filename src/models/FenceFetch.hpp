@@ -1,6 +1,8 @@
 // FenceFetch: the four values kept in the settings store between launches: when the
 // last zone file was stored, which one it was, its Last-Modified text, and the
-// device identifier. Every write is flushed to the store at once. Any thread.
+// device identifier. Every write that changes a value is flushed to the store at
+// once; writing the value a key already holds costs nothing (after a flush that
+// failed, the next write flushes again). Any thread.
 #pragma once
 
 #include <cstdint>

@@ -2,9 +2,12 @@
 
 #include "request/CurlTransport.hpp"
 
+#include <bvgeo/platform/RecentValue.hpp>
+
 #include <curl/curl.h>
 
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <mutex>
 #include <sstream>
@@ -20,6 +23,9 @@ struct Settings {
     std::string probeURL{BVReachability::kProbeURL};
     std::string ipv4Path{BVReachability::kIPv4RouteFile};
     std::string ipv6Path{BVReachability::kIPv6RouteFile};
+    // The type is only written into log lines, for which a second-old answer is as
+    // good; the route tables were read twice per position.
+    RecentValue<BVReachabilityType> type{std::chrono::seconds(1)};
 };
 
 Settings& settings() {
@@ -59,13 +65,10 @@ BVReachabilityType BVReachability::typeFromFlags(const RouteFlags& flags) {
 }
 
 BVReachabilityType BVReachability::isConnectedToNetworkOfType() {
-    std::string ipv4Path, ipv6Path;
-    {
-        std::lock_guard lock(settings().mutex);
-        ipv4Path = settings().ipv4Path;
-        ipv6Path = settings().ipv6Path;
-    }
-    return typeFromFlags(routeFlags(readText(ipv4Path), readText(ipv6Path)));
+    // Under the lock, so that a reading always belongs to the current paths.
+    std::lock_guard lock(settings().mutex);
+    auto& s = settings();
+    return s.type.get([&] { return typeFromFlags(routeFlags(readText(s.ipv4Path), readText(s.ipv6Path))); });
 }
 
 bool BVReachability::isConnectedToNetwork() {
@@ -109,6 +112,12 @@ void BVReachability::setRouteFiles(std::string ipv4Path, std::string ipv6Path) {
     std::lock_guard lock(settings().mutex);
     settings().ipv4Path = ipv4Path.empty() ? std::string(kIPv4RouteFile) : std::move(ipv4Path);
     settings().ipv6Path = ipv6Path.empty() ? std::string(kIPv6RouteFile) : std::move(ipv6Path);
+    settings().type.forget();
+}
+
+void BVReachability::setSteadyClock(std::function<std::chrono::steady_clock::time_point()> now) {
+    std::lock_guard lock(settings().mutex);
+    settings().type.setSteadyNow(std::move(now));
 }
 
 } // namespace bvgeo

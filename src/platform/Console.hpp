@@ -15,6 +15,9 @@ public:
     virtual ~Console() = default;
     virtual void log(std::string_view line) = 0;
     virtual void print(std::string_view line) = 0;
+    // False when print() drops every line: the library then does not build print
+    // lines nobody reads (a decoded zone file can run to megabytes).
+    virtual bool wantsPrints() const { return true; }
 };
 
 } // namespace bvgeo

@@ -1,5 +1,7 @@
 #include "request/HTTPClient.hpp"
 
+#include "request/CompactJsonText.hpp"
+
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
 
@@ -39,6 +41,82 @@ bool withinNestingLimit(std::string_view text) {
 HTTPError decodingError(int code, std::string description) {
     return HTTPError{std::string(kHTTPDecodingErrorDomain), code, std::move(description)};
 }
+
+// Hands each decoding event to a caller's reader and to the text that the decoded
+// document would print as, and keeps what decoding as a document would have thrown.
+// The reader cannot stop the decoding: whether the body decodes is the text's
+// business alone, as it is for a document.
+class AnswerEvents final : public nlohmann::json_sax<nlohmann::json> {
+public:
+    using json = nlohmann::json;
+
+    // A null reader is allowed: the body is then only checked (and printed).
+    AnswerEvents(json_sax<json>* reader, bool buildText) : reader_(reader), buildText_(buildText) {}
+
+    bool null() override {
+        return forward([](json_sax<json>& to) { to.null(); });
+    }
+    bool boolean(bool v) override {
+        return forward([v](json_sax<json>& to) { to.boolean(v); });
+    }
+    bool number_integer(json::number_integer_t v) override {
+        return forward([v](json_sax<json>& to) { to.number_integer(v); });
+    }
+    bool number_unsigned(json::number_unsigned_t v) override {
+        return forward([v](json_sax<json>& to) { to.number_unsigned(v); });
+    }
+    bool number_float(json::number_float_t v, const json::string_t& raw) override {
+        return forward([v, &raw](json_sax<json>& to) { to.number_float(v, raw); });
+    }
+    bool string(json::string_t& v) override {
+        return forward([&v](json_sax<json>& to) { to.string(v); });
+    }
+    bool binary(json::binary_t& v) override {
+        return forward([&v](json_sax<json>& to) { to.binary(v); });
+    }
+    bool start_object(std::size_t elements) override {
+        if (!started_) isObject_ = true;
+        return forward([elements](json_sax<json>& to) { to.start_object(elements); });
+    }
+    bool start_array(std::size_t elements) override {
+        return forward([elements](json_sax<json>& to) { to.start_array(elements); });
+    }
+    bool key(json::string_t& v) override {
+        return forward([&v](json_sax<json>& to) { to.key(v); });
+    }
+    bool end_object() override {
+        return forward([](json_sax<json>& to) { to.end_object(); });
+    }
+    bool end_array() override {
+        return forward([](json_sax<json>& to) { to.end_array(); });
+    }
+    bool parse_error(std::size_t position, const std::string& lastToken, const nlohmann::detail::exception& e) override {
+        if (reader_) reader_->parse_error(position, lastToken, e);
+        error_ = decodingError(e.id, e.what());
+        return false;
+    }
+
+    std::optional<HTTPError> error() const { return error_; }
+    bool isObject() const { return isObject_; }
+    std::string takeText() { return text_.take(); }
+
+private:
+    // The text first: a reader may take a string's contents.
+    template <class Event>
+    bool forward(Event event) {
+        started_ = true;
+        if (buildText_) event(text_);
+        if (reader_) event(*reader_);
+        return true;
+    }
+
+    json_sax<json>* reader_;
+    const bool buildText_;
+    CompactJsonText text_;
+    bool started_ = false;
+    bool isObject_ = false;
+    std::optional<HTTPError> error_;
+};
 
 } // namespace
 
@@ -95,6 +173,12 @@ CurlTransport* HTTPClient::transport() {
 }
 
 void HTTPClient::performTask(URLRequest request, Success success, Failure failure) {
+    submit(
+        std::move(request),
+        [this, success, failure](CurlTransport::Result& result) { complete(result, success, failure); }, failure);
+}
+
+void HTTPClient::submit(URLRequest request, CurlTransport::Completion handle, const Failure& failure) {
     CurlTransport* sender = nullptr;
     {
         std::lock_guard lock(mutex_);
@@ -110,11 +194,10 @@ void HTTPClient::performTask(URLRequest request, Success success, Failure failur
     }
     try {
         CurlTransport::Options options{timeout_.load(), maxResponseBytes_.load()};
-        sender->submit(std::move(request), options,
-                       [this, success = std::move(success), failure = std::move(failure)](CurlTransport::Result& result) {
-                           complete(result, success, failure);
-                           finishOne();
-                       });
+        sender->submit(std::move(request), options, [this, handle = std::move(handle)](CurlTransport::Result& result) {
+            handle(result);
+            finishOne();
+        });
     } catch (const std::exception&) {
         finishOne();
     }
@@ -142,6 +225,16 @@ void HTTPClient::put(const std::string& url, const std::optional<nlohmann::json>
 void HTTPClient::del(const std::string& url, const std::optional<nlohmann::json>& headers, Success success,
                      Failure failure) {
     performTask(request(url, HTTPMethod::DELETE, std::nullopt, headers), std::move(success), std::move(failure));
+}
+
+void HTTPClient::getStreamed(const std::string& url, const std::optional<nlohmann::json>& headers,
+                             std::shared_ptr<JsonReader> reader, StreamSuccess success, Failure failure) {
+    submit(
+        request(url, HTTPMethod::GET, std::nullopt, headers),
+        [this, reader = std::move(reader), success, failure](CurlTransport::Result& result) {
+            completeStreamed(result, reader.get(), success, failure);
+        },
+        failure);
 }
 
 nlohmann::json HTTPClient::parseResponse(const nlohmann::json& data) {
@@ -193,6 +286,48 @@ void HTTPClient::complete(CurlTransport::Result& result, const Success& success,
     } catch (...) {
         // A callback that throws must not end the transport thread and every
         // request after it.
+    }
+}
+
+void HTTPClient::completeStreamed(CurlTransport::Result& result, JsonReader* reader, const StreamSuccess& success,
+                                  const Failure& failure) {
+    auto& console = *platform().console;
+    try {
+        if (result.code != 0) {
+            HTTPError error{std::string(kHTTPTransportErrorDomain), result.code, result.errorDescription};
+            console.log("ERROR: " + error.description);
+            if (failure) failure(HTTPResponse{}, error);
+            return;
+        }
+
+        const bool printing = console.wantsPrints();
+        AnswerEvents events(reader, printing);
+        std::optional<HTTPError> error;
+        if (!withinNestingLimit(result.body)) {
+            error = decodingError(kHTTPErrorTooDeep,
+                                  "The JSON text is nested deeper than " + std::to_string(kMaxNesting) + " levels");
+        } else {
+            try {
+                nlohmann::json::sax_parse(result.body, &events);
+                error = events.error();
+            } catch (const std::exception& e) {
+                error = decodingError(-1, e.what());
+            }
+        }
+        std::string().swap(result.body);
+        if (error) {
+            console.log("Error serializing data: " + error->description);
+            if (failure) failure(result.response, *error);
+            return;
+        }
+        if (!events.isObject()) {
+            if (failure) failure(result.response, decodingError(kHTTPErrorNotAnObject, "The response is not a JSON object"));
+            return;
+        }
+        if (printing) console.print(events.takeText());
+        if (success) success(result.response);
+    } catch (...) {
+        // As in complete(): the transport thread outlives a throwing callback.
     }
 }
 

@@ -30,6 +30,9 @@ class HTTPClient {
 public:
     using Success = std::function<void(const nlohmann::json& responseData, const HTTPResponse& response)>;
     using Failure = std::function<void(const HTTPResponse& response, const HTTPError& error)>;
+    // Takes an answer's JSON event by event while it is decoded.
+    using JsonReader = nlohmann::json_sax<nlohmann::json>;
+    using StreamSuccess = std::function<void(const HTTPResponse& response)>;
 
     static constexpr double kDefaultRequestTimeout = 30.0;
     static constexpr std::size_t kDefaultMaxResponseBytes = 64u * 1024u * 1024u;
@@ -50,6 +53,15 @@ public:
     void put(const std::string& url, const std::optional<nlohmann::json>& parameters,
              const std::optional<nlohmann::json>& headers, Success success, Failure failure);
     void del(const std::string& url, const std::optional<nlohmann::json>& headers, Success success, Failure failure);
+
+    // get() for answers too large to hold as a document: the body's JSON goes to
+    // `reader` while it is decoded, and the body itself is let go before the
+    // callbacks run. `success` or `failure` follows exactly as get() would choose,
+    // with the same console lines; the reader sees every body, broken ones too, and
+    // what it made of one that ends in `failure` means nothing. The reader lives
+    // until the callbacks have returned.
+    void getStreamed(const std::string& url, const std::optional<nlohmann::json>& headers,
+                     std::shared_ptr<JsonReader> reader, StreamSuccess success, Failure failure);
 
     // A fresh copy of `data` made by encoding and decoding it; an empty object when
     // that fails.
@@ -76,7 +88,10 @@ private:
     HTTPClient();
 
     CurlTransport* transport();
+    void submit(URLRequest request, CurlTransport::Completion handle, const Failure& failure);
     void complete(CurlTransport::Result& result, const Success& success, const Failure& failure);
+    void completeStreamed(CurlTransport::Result& result, JsonReader* reader, const StreamSuccess& success,
+                          const Failure& failure);
     void finishOne();
 
     std::atomic<double> timeout_{kDefaultRequestTimeout};

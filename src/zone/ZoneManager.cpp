@@ -4,6 +4,7 @@
 #include "models/FenceFetch.hpp"
 #include "network/BVReachability.hpp"
 #include "request/HTTPClient.hpp"
+#include "zone/ZoneFileReader.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 
@@ -21,17 +22,13 @@ void ZoneManager::getFencesForZone(const std::string& zoneFileName, Success succ
         headers["If-Modified-Since"] = lastModified;
     Logger::log("Requested Zone = " + url, LogCategory::ZONE, kFunction, 37);
 
-    HTTPClient::sharedInstance().get(
-        url, headers,
-        [success](const nlohmann::json& answer, const HTTPResponse& response) {
+    // The fences are read while the body is decoded: a zone may hold many thousands.
+    auto reader = std::make_shared<ZoneFileReader>();
+    HTTPClient::sharedInstance().getStreamed(
+        url, headers, reader,
+        [success, reader](const HTTPResponse& response) {
             FenceFetch::setZoneLastModified(response.value("Last-Modified").value_or(""));
-            FenceList fences;
-            if (auto list = answer.find("fences"); list != answer.end() && list->is_array()) {
-                fences.reserve(list->size());
-                for (const auto& element : *list)
-                    if (auto fence = Fence::fenceFromJson(element)) fences.push_back(std::make_shared<Fence>(std::move(*fence)));
-            }
-            success(std::move(fences), false);
+            success(reader->takeFences(), false);
         },
         [success, failure](const HTTPResponse& response, const HTTPError& error) {
             Logger::log("Request Failed: Status (" + std::to_string(response.statusCode) + "). Network Type: " +

@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace bvgeo::testing {
 namespace {
 
@@ -102,6 +104,38 @@ TEST_F(FenceTest, AZoneFileIsStoredWholeOrNotAtAll) {
     ASSERT_EQ(left.size(), 1u);
     EXPECT_EQ(left[0]->id, "old");
     EXPECT_TRUE(left[0]->current_zone) << "the clearing was undone too";
+}
+
+TEST_F(FenceTest, ALargeListIsStoredInOrderWithTheLaterOfTwoEqualIdsKept) {
+    // 300 rows: two full statements of many rows and a remainder of single ones.
+    std::vector<std::shared_ptr<Fence>> fences;
+    for (int i = 0; i < 300; ++i) {
+        const std::string id = i == 200 ? "f5" : i == 299 ? "f130" : "f" + std::to_string(i);
+        fences.push_back(std::make_shared<Fence>(id, "n" + std::to_string(i), i * 0.25, -i * 0.5, i + 1.0,
+                                                 std::vector<std::string>{"c" + std::to_string(i)}, true));
+    }
+    fences.insert(fences.begin() + 7, nullptr);
+    ASSERT_TRUE(Fence::saveFenceList(fences));
+    auto read = Fence::getFences();
+    ASSERT_EQ(read.size(), 298u);
+    std::vector<std::string> names;
+    for (const auto& f : read) names.push_back(f->name);
+    EXPECT_EQ(names[4], "n4");
+    EXPECT_EQ(names[5], "n6") << "f5 was replaced by the later n200, which moved to its place in the order";
+    EXPECT_THAT(std::vector<std::string>(names.end() - 2, names.end()), ElementsAre("n298", "n299"));
+    auto f5 = std::find_if(read.begin(), read.end(), [](const auto& f) { return f->id == "f5"; });
+    ASSERT_NE(f5, read.end());
+    EXPECT_EQ((*f5)->name, "n200");
+    EXPECT_EQ((*f5)->latitude, 50.0);
+    EXPECT_EQ((*f5)->longitude, -100.0);
+    EXPECT_THAT((*f5)->content_ids, ElementsAre("c200"));
+    EXPECT_EQ(std::count_if(read.begin(), read.end(), [](const auto& f) { return f->id == "f130"; }), 1);
+
+    // A fence read back lives as long as any fence of its list is held.
+    std::shared_ptr<Fence> last = read.back();
+    read.clear();
+    EXPECT_EQ(last->id, "f130");
+    EXPECT_EQ(last->name, "n299");
 }
 
 TEST(FenceSerialization, JoinsAndSplitsOnCommaBlank) {

@@ -77,6 +77,7 @@ protected:
     void TearDown() override {
         BVReachability::setProbeURL("");
         BVReachability::setRouteFiles("", "");
+        BVReachability::setSteadyClock({});
         LibraryTest::TearDown();
     }
     std::string write(const std::string& name, const std::string& text) {
@@ -94,6 +95,26 @@ TEST_F(BVReachabilityTest, ConnectionTypeIsReadFromTheRouteFiles) {
 
     BVReachability::setRouteFiles(sim().documentsDirectory() + "/missing", ipv6);
     EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::NotConnected);
+}
+
+TEST_F(BVReachabilityTest, TheRouteFilesAreReadAtMostOncePerSecond) {
+    auto now = std::chrono::steady_clock::time_point{} + std::chrono::hours(1);
+    BVReachability::setSteadyClock([&] { return now; });
+    auto ipv4 = write("route", kIPv4Header + ipv4Route("wlan0", "00000000", "00000000"));
+    auto ipv6 = write("ipv6_route", kLoopback6);
+    BVReachability::setRouteFiles(ipv4, ipv6);
+    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::WiFi);
+
+    write("route", kIPv4Header + ipv4Route("wwan0", "00000000", "00000000"));
+    now += std::chrono::milliseconds(999);
+    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::WiFi);
+    now += std::chrono::milliseconds(1);
+    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::WWAN);
+
+    write("route", kIPv4Header);
+    BVReachability::setRouteFiles(ipv4, ipv6);
+    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::NotConnected)
+        << "new route files are read at once";
 }
 
 TEST_F(BVReachabilityTest, ProbeCountsOnlyADirect200) {

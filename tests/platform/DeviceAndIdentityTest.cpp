@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -66,6 +67,31 @@ TEST_F(PowerSupplyDeviceTest, ReadsTheBatteryWhileMonitoringIsOn) {
     device.setBatteryMonitoringEnabled(false);
     EXPECT_EQ(device.batteryState(), BatteryState::Unknown);
     EXPECT_EQ(device.batteryLevel(), -1.0f);
+}
+
+TEST_F(PowerSupplyDeviceTest, WithAMaximumAgeOneReadingServesUntilItIsThatOld) {
+    write("BAT0/type", "Battery\n");
+    write("BAT0/status", "Charging\n");
+    write("BAT0/capacity", "57\n");
+    auto now = std::chrono::steady_clock::time_point{} + std::chrono::hours(1);
+    PowerSupplyDevice device(sim.documentsDirectory(), std::chrono::seconds(1), [&] { return now; });
+    device.setBatteryMonitoringEnabled(true);
+    EXPECT_EQ(device.batteryState(), BatteryState::Charging);
+
+    write("BAT0/status", "Full\n");
+    write("BAT0/capacity", "100\n");
+    now += std::chrono::milliseconds(999);
+    EXPECT_EQ(device.batteryState(), BatteryState::Charging) << "the files are not read again within a second";
+    EXPECT_FLOAT_EQ(device.batteryLevel(), 0.57f) << "state and level come from one reading";
+    now += std::chrono::milliseconds(1);
+    EXPECT_EQ(device.batteryState(), BatteryState::Full);
+    EXPECT_FLOAT_EQ(device.batteryLevel(), 1.0f);
+
+    write("BAT0/status", "Discharging\n");
+    device.setBatteryMonitoringEnabled(false);
+    EXPECT_EQ(device.batteryState(), BatteryState::Unknown) << "off is off, whatever was read";
+    device.setBatteryMonitoringEnabled(true);
+    EXPECT_EQ(device.batteryState(), BatteryState::Unplugged) << "switching monitoring on reads afresh";
 }
 
 TEST_F(PowerSupplyDeviceTest, WithoutABatteryStateAndLevelAreUnknown) {

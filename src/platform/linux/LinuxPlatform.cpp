@@ -66,7 +66,8 @@ Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
     p.dateFormatter = std::make_shared<LocalDateFormatter>();
     p.application = std::make_shared<StaticApplication>(options.applicationState, options.backgroundModes,
                                                         options.shortVersion, options.applicationName);
-    p.device = std::make_shared<PowerSupplyDevice>(options.powerSupplyDirectory);
+    // The tracker reads the battery on every position; once a second is plenty.
+    p.device = std::make_shared<PowerSupplyDevice>(options.powerSupplyDirectory, std::chrono::seconds(1));
     p.locationService =
         options.locationService ? options.locationService : std::make_shared<SimulatedLocationService>();
     return p;

@@ -31,9 +31,13 @@ struct utsname machine() {
 
 } // namespace
 
-PowerSupplyDevice::PowerSupplyDevice(std::string powerSupplyDirectory) : directory_(std::move(powerSupplyDirectory)) {}
+PowerSupplyDevice::PowerSupplyDevice(std::string powerSupplyDirectory, std::chrono::steady_clock::duration maxAge,
+                                     RecentValue<std::pair<BatteryState, float>>::SteadyNow steadyNow)
+    : directory_(std::move(powerSupplyDirectory)), battery_(maxAge, std::move(steadyNow)) {}
 
 void PowerSupplyDevice::setBatteryMonitoringEnabled(bool enabled) {
+    // A reading from before monitoring was switched on may be long out of date.
+    if (enabled && !monitoring_.load(std::memory_order_relaxed)) battery_.forget();
     monitoring_.store(enabled, std::memory_order_relaxed);
 }
 
@@ -52,26 +56,32 @@ std::optional<std::string> PowerSupplyDevice::batteryFolder() const {
 
 BatteryState PowerSupplyDevice::batteryState() const {
     if (!isBatteryMonitoringEnabled()) return BatteryState::Unknown;
-    auto folder = batteryFolder();
-    if (!folder) return BatteryState::Unknown;
-    auto status = readValue(std::filesystem::path(*folder) / "status");
-    if (!status) return BatteryState::Unknown;
-    if (*status == "Discharging" || *status == "Not charging") return BatteryState::Unplugged;
-    if (*status == "Charging") return BatteryState::Charging;
-    if (*status == "Full") return BatteryState::Full;
-    return BatteryState::Unknown;
+    return battery_.get([this] { return readBattery(); }).first;
 }
 
 float PowerSupplyDevice::batteryLevel() const {
     if (!isBatteryMonitoringEnabled()) return -1.0f;
+    return battery_.get([this] { return readBattery(); }).second;
+}
+
+// State and level in one pass over the directory: the tracker asks for both.
+std::pair<BatteryState, float> PowerSupplyDevice::readBattery() const {
     auto folder = batteryFolder();
-    if (!folder) return -1.0f;
-    auto capacity = readValue(std::filesystem::path(*folder) / "capacity");
-    if (!capacity) return -1.0f;
-    int percent = 0;
-    auto [end, error] = std::from_chars(capacity->data(), capacity->data() + capacity->size(), percent);
-    if (error != std::errc() || end != capacity->data() + capacity->size()) return -1.0f;
-    return static_cast<float>(std::clamp(percent, 0, 100)) / 100.0f;
+    if (!folder) return {BatteryState::Unknown, -1.0f};
+    BatteryState state = BatteryState::Unknown;
+    if (auto status = readValue(std::filesystem::path(*folder) / "status")) {
+        if (*status == "Discharging" || *status == "Not charging") state = BatteryState::Unplugged;
+        else if (*status == "Charging") state = BatteryState::Charging;
+        else if (*status == "Full") state = BatteryState::Full;
+    }
+    float level = -1.0f;
+    if (auto capacity = readValue(std::filesystem::path(*folder) / "capacity")) {
+        int percent = 0;
+        auto [end, error] = std::from_chars(capacity->data(), capacity->data() + capacity->size(), percent);
+        if (error == std::errc() && end == capacity->data() + capacity->size())
+            level = static_cast<float>(std::clamp(percent, 0, 100)) / 100.0f;
+    }
+    return {state, level};
 }
 
 std::string PowerSupplyDevice::name() const { return machine().nodename; }

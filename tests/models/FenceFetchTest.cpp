@@ -1,0 +1,91 @@
+#include "support/LibraryTest.hpp"
+
+#include "models/FenceFetch.hpp"
+
+#include <bvgeo/platform/linux/FileSettingsStore.hpp>
+#include <bvgeo/platform/linux/PosixFileSystem.hpp>
+
+#include <atomic>
+
+namespace bvgeo::testing {
+namespace {
+
+// The real file system, with the settings file's replacements counted and, on
+// demand, refused (a full disk).
+class CountingFileSystem final : public FileSystem {
+public:
+    explicit CountingFileSystem(std::string directory) : real_(std::move(directory)) {}
+    std::string documentsDirectory() const override { return real_.documentsDirectory(); }
+    bool fileExists(const std::string& path) const override { return real_.fileExists(path); }
+    FileResult moveItem(const std::string& from, const std::string& to) override { return real_.moveItem(from, to); }
+    FileResult removeItem(const std::string& path) override { return real_.removeItem(path); }
+    FileResult createDirectories(const std::string& path) override { return real_.createDirectories(path); }
+    FileResult readFile(const std::string& path, std::string& contents) const override {
+        return real_.readFile(path, contents);
+    }
+    FileResult writeFileAtomically(const std::string& path, const std::string& contents) override {
+        ++writes;
+        if (full) return FileResult::failure("No space left on device");
+        return real_.writeFileAtomically(path, contents);
+    }
+    std::atomic<int> writes{0};
+    std::atomic<bool> full{false};
+
+private:
+    PosixFileSystem real_;
+};
+
+class FenceFetchTest : public LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        files = std::make_shared<CountingFileSystem>(sim().documentsDirectory());
+        Platform bundle = sim().bundle();
+        bundle.settings = std::make_shared<FileSettingsStore>(path(), files, sim().console);
+        installPlatform(bundle);
+    }
+    std::string path() { return sim().documentsDirectory() + "/bvgeo-settings.json"; }
+    // What a relaunch reads from the file.
+    std::optional<std::string> stored(std::string_view key) {
+        return FileSettingsStore(path(), std::make_shared<PosixFileSystem>(sim().documentsDirectory()), sim().console)
+            .string(key);
+    }
+    int writesDuring(const std::function<void()>& work) {
+        const int before = files->writes;
+        work();
+        return files->writes - before;
+    }
+
+    std::shared_ptr<CountingFileSystem> files;
+};
+
+TEST_F(FenceFetchTest, TheSettingsFileIsRewrittenOnlyWhenAValueChanges) {
+    EXPECT_EQ(writesDuring([] { FenceFetch::setZoneLastModified(""); }), 1) << "an absent key is not an empty one";
+    EXPECT_EQ(writesDuring([] { FenceFetch::setZoneLastModified(""); }), 0);
+    EXPECT_EQ(writesDuring([] {
+                  for (int position = 0; position < 100; ++position) {
+                      FenceFetch::setLastZoneFile("zone_51300_700.json");
+                      FenceFetch::setLastCacheTime(1'500'000'000);
+                  }
+              }),
+              2) << "a hundred confirmations of one zone write it once";
+    EXPECT_EQ(writesDuring([] { FenceFetch::setLastZoneFile("zone_51500_700.json"); }), 1);
+    EXPECT_EQ(writesDuring([] { FenceFetch::setLastCacheTime(1'500'003'601); }), 1);
+    EXPECT_EQ(stored(FenceFetch::kLastZoneFileKey), "zone_51500_700.json");
+
+    // A write the disk refused is made again by the next one, even of the same value.
+    files->full = true;
+    EXPECT_EQ(writesDuring([] { FenceFetch::setLastZoneFile("zone_51700_700.json"); }), 1);
+    files->full = false;
+    EXPECT_EQ(stored(FenceFetch::kLastZoneFileKey), "zone_51500_700.json");
+    EXPECT_EQ(writesDuring([] { FenceFetch::setLastZoneFile("zone_51700_700.json"); }), 1);
+    EXPECT_EQ(stored(FenceFetch::kLastZoneFileKey), "zone_51700_700.json");
+    EXPECT_EQ(writesDuring([] { FenceFetch::setLastZoneFile("zone_51700_700.json"); }), 0);
+
+    EXPECT_EQ(writesDuring([] { FenceFetch::reset(); }), 1);
+    EXPECT_EQ(stored(FenceFetch::kLastZoneFileKey), std::nullopt);
+    EXPECT_EQ(writesDuring([] { FenceFetch::setLastCacheTime(0); }), 1) << "0 stored differs from nothing stored";
+}
+
+} // namespace
+} // namespace bvgeo::testing
