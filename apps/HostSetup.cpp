@@ -101,6 +101,13 @@ std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr
                               o.maxLingerTime.value_or(defaults.maxLingerTime),
                               o.retryInterval.value_or(defaults.requestQueueRetryInterval));
     }
+    if (o.maxLogRows || o.maxLocationRows || o.fenceListingLimit) {
+        auto extended = tracker.extendedOptions();
+        extended.maxLogRows = o.maxLogRows;
+        extended.maxLocationRows = o.maxLocationRows;
+        extended.fenceListingLimit = o.fenceListingLimit;
+        tracker.setExtendedOptions(extended);
+    }
     tracker.setTriggerDelegate(std::move(delegate));
     return std::nullopt;
 }

@@ -1,7 +1,8 @@
 // Console: the process's diagnostic output. `log` is the system log line (the
 // logger's debug echo, start-up notes); `print` is the plain standard output that
-// the database's file operations and the HTTP client write to. Thread-safe; each
-// call writes one whole line.
+// the database's file operations and the HTTP client write to; `warn` is a line the
+// user must see whatever the echo settings (a storage fault, a damaged file moved
+// aside), by default written like `log`. Thread-safe; each call writes one whole line.
 #pragma once
 
 #include <bvgeo/platform/Export.hpp>
@@ -15,6 +16,7 @@ public:
     virtual ~Console() = default;
     virtual void log(std::string_view line) = 0;
     virtual void print(std::string_view line) = 0;
+    virtual void warn(std::string_view line) { log(line); }
 };
 
 } // namespace bvgeo

@@ -6,6 +6,11 @@
 // Every decision runs as one job on the serial queue "ProcessInsideFences";
 // mActiveFences is touched only there. processInsideFences may be called from any
 // thread and only queues.
+//
+// Durable before announced: a job's trigger rows and stay changes are committed
+// together before any of its triggers goes to the delegate or the request queue.
+// When they cannot be stored, none is announced and the stays are read back from
+// the table, so the next position decides again (and announces once storage works).
 #pragma once
 
 #include "fence/FenceIndex.hpp"
@@ -44,6 +49,8 @@ public:
     static void sendTrigger(const std::string& fenceId, const std::string& fenceName, TriggerType type,
                             TriggerLocationEventType locationEvent);
     static void sendLocalTrigger(const std::shared_ptr<BVTrigger>& trigger);
+    // Hands a stored trigger to the delegate and/or the request queue, as the mode says.
+    static void announceTrigger(const std::shared_ptr<BVTrigger>& trigger);
     static void sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger);
 
     TriggerManager(const TriggerManager&) = delete;
@@ -53,8 +60,16 @@ private:
     TriggerManager();
     void runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success);
 
+    // The triggers of the job in progress, announced once its rows are committed.
+    struct JobTriggers {
+        std::vector<std::shared_ptr<BVTrigger>> triggers;
+        bool stored; // every row of the job written so far
+    };
+
     std::shared_ptr<DispatchQueue> serialQueue_;
     std::optional<ActiveFenceList> mActiveFences;
+    std::optional<JobTriggers> job_;
+    bool unstoredReported_ = false; // one console line per run of failed jobs
 };
 
 } // namespace bvgeo
