@@ -4,7 +4,8 @@
 // error when `showPrints` is set, and its debug echo of every log line when
 // `echoLog` is (every line is in the database anyway). A program whose results
 // are the library's prints (the debug console's report lines) sends them to
-// standard output instead with `printsToStandardOutput`.
+// standard output instead with `printsToStandardOutput`. Warnings (storage faults,
+// damaged files moved aside) always reach standard error.
 // Thread-safe: whole lines, one at a time.
 #pragma once
 
@@ -22,6 +23,7 @@ public:
     void log(std::string_view line) override;
     void print(std::string_view line) override;
     bool wantsPrints() const override { return printsToStandardOutput_ || showPrints_; }
+    void warn(std::string_view line) override { write(line); }
     // Writes a program line to standard error between the library's lines.
     void note(std::string_view line);
 

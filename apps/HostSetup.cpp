@@ -101,9 +101,12 @@ std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr
                               o.maxLingerTime.value_or(defaults.maxLingerTime),
                               o.retryInterval.value_or(defaults.requestQueueRetryInterval));
     }
-    if (o.durableDelivery) {
+    if (o.durableDelivery || o.maxLogRows || o.maxLocationRows || o.fenceListingLimit) {
         ExtendedOptions extended = tracker.extendedOptions();
-        extended.durableDelivery = true;
+        extended.durableDelivery = o.durableDelivery;
+        extended.maxLogRows = o.maxLogRows;
+        extended.maxLocationRows = o.maxLocationRows;
+        extended.fenceListingLimit = o.fenceListingLimit;
         tracker.setExtendedOptions(extended);
     }
     tracker.setTriggerDelegate(std::move(delegate));

@@ -42,6 +42,9 @@ library as a host application would, in virtual time unless told otherwise.
                          tuning; any of them calls setParameters, the rest keep their defaults
   --durable-delivery     keep trigger reports in BVGOutbox.sqlite until the server has
                          them, and send what an earlier run left there
+  --max-log-rows N       keep only the newest N log rows (default: all)
+  --max-location-rows N  keep only the newest N location rows (default: all)
+  --fence-listing-limit N  name at most N fences in a "Fences from ...: " log line
   --realtime             play at the track's own pace
   --speed N              play N times faster than the track
   --drain S              after the last fix, let track time run on until the request
@@ -111,10 +114,30 @@ std::int64_t countRows(const std::string& sql, const SqlValues& args = {}) {
     return count;
 }
 
-std::int64_t requestLines(std::int64_t afterId, const std::string& text) {
-    return countRows("SELECT count(*) FROM log WHERE id > ? AND category = 'REQUESTS' AND instr(message, ?) > 0",
-                     {afterId, text});
+std::int64_t requestLines(std::int64_t afterId, std::int64_t upToId, const std::string& text) {
+    return countRows(
+        "SELECT count(*) FROM log WHERE id > ? AND id <= ? AND category = 'REQUESTS' AND instr(message, ?) > 0",
+        {afterId, upToId, text});
 }
+
+// Request outcomes as logged since it was made. Counted after every step when the
+// log keeps only its newest rows, so none is trimmed away uncounted.
+class RequestTally {
+public:
+    RequestTally() : counted_(newestLogId()) {}
+    void update() {
+        const auto newest = newestLogId();
+        sent_ += requestLines(counted_, newest, "Request Completed Successfully: ");
+        retried_ += requestLines(counted_, newest, "Request Error: ");
+        counted_ = newest;
+    }
+    std::size_t sent() const { return static_cast<std::size_t>(sent_); }
+    std::size_t retried() const { return static_cast<std::size_t>(retried_); }
+
+private:
+    static std::int64_t newestLogId() { return countRows("SELECT coalesce(max(id), 0) FROM log"); }
+    std::int64_t counted_, sent_ = 0, retried_ = 0;
+};
 
 void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
     if (json) {
@@ -144,7 +167,8 @@ std::vector<OptionDecl> hostOptionDecls() {
     return {{"app-id"},      {"env"},          {"api-base"},        {"assets-base"},    {"mode"},
             {"data-dir"},    {"accuracy"},     {"distance-filter"}, {"cache-expiration"}, {"zone-interval"},
             {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"durable-delivery", false},
-            {"json", false}, {"verbose", false}, {"help", false}};
+            {"json", false}, {"verbose", false}, {"help", false}, {"max-log-rows"}, {"max-location-rows"},
+            {"fence-listing-limit"}};
 }
 
 void applyHostOptions(const Args& args, ReplayOptions& o) {
@@ -165,6 +189,14 @@ void applyHostOptions(const Args& args, ReplayOptions& o) {
     o.durableDelivery = args.has("durable-delivery");
     o.json = args.has("json");
     o.verbose = args.has("verbose");
+    auto count = [&](const char* name) -> std::size_t {
+        const auto value = args.integer(name).value_or(0);
+        if (value < 0) throw UsageError(std::string("--") + name + " must not be negative");
+        return static_cast<std::size_t>(value);
+    };
+    o.maxLogRows = count("max-log-rows");
+    o.maxLocationRows = count("max-location-rows");
+    o.fenceListingLimit = count("fence-listing-limit");
 }
 
 ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {
@@ -221,8 +253,9 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
     }
     host.settle();
 
-    const std::int64_t logBefore = countRows("SELECT coalesce(max(id), 0) FROM log");
-    const std::int64_t locationsBefore = countRows("SELECT count(*) FROM locations");
+    RequestTally requests;
+    // Keys, not counts: --max-location-rows may trim the oldest rows meanwhile.
+    const std::int64_t locationsBefore = countRows("SELECT coalesce(max(id), 0) FROM locations");
 
     Progress progress(track.fixes.size(),
                       !o.json && ::isatty(STDERR_FILENO) && track.fixes.back().timestamp - track.fixes.front().timestamp > 5);
@@ -235,6 +268,7 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
                                                           std::chrono::duration<double>((fix.timestamp - trackStart) / o.speed)));
         }
         host.deliver(fix.latitude, fix.longitude, fix.timestamp);
+        if (o.maxLogRows) requests.update();
         progress.update(i + 1);
     }
 
@@ -246,14 +280,17 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
         auto next = host.nextTimer();
         if (!next || *next > limit) break;
         host.advanceTo(*next);
+        if (o.maxLogRows) requests.update();
     }
 
     BVGeoTracker::sharedInstance().stop();
     host.settle();
 
-    summary.fixesAccepted = static_cast<std::size_t>(countRows("SELECT count(*) FROM locations") - locationsBefore);
-    summary.requestsSent = static_cast<std::size_t>(requestLines(logBefore, "Request Completed Successfully: "));
-    summary.requestsRetried = static_cast<std::size_t>(requestLines(logBefore, "Request Error: "));
+    summary.fixesAccepted =
+        static_cast<std::size_t>(countRows("SELECT coalesce(max(id), 0) FROM locations") - locationsBefore);
+    requests.update();
+    summary.requestsSent = requests.sent();
+    summary.requestsRetried = requests.retried();
     summary.requestsQueued = queue.requests().size() + queue.retryRequests().size();
     if (o.durableDelivery) summary.outboxReports = Outbox::sharedInstance().count();
     summary.database = std::filesystem::absolute(BV1Database().path()).lexically_normal().string();

@@ -26,6 +26,8 @@ struct ReplayOptions {
     // Tuning: when any is set, setParameters gets these and configOptions' defaults.
     std::optional<double> accuracy, distanceFilter, zoneInterval, retryInterval;
     std::optional<std::int64_t> cacheExpiration, lingerTime, maxLingerTime;
+    // Storage limits (ExtendedOptions), 0: none.
+    std::size_t maxLogRows = 0, maxLocationRows = 0, fenceListingLimit = 0;
     bool realtime = false;
     double speed = 0.0; // 0: as fast as the work allows
     double drain = 600.0;

@@ -119,4 +119,10 @@ void BV1Database::removeDatabase() {
 
 void BV1Database::closeAll() { DatabaseConnection::closeAll(); }
 
+void BV1Database::setRowLimit(const std::string& table, std::size_t maxRows) {
+    DatabaseConnection::setRowLimit(table, maxRows);
+}
+
+std::uint64_t BV1Database::replacements() const { return DatabaseConnection::forPath(path())->replacements(); }
+
 } // namespace bvgeo

@@ -10,6 +10,7 @@
 
 #include "datastore/SqlValue.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -88,6 +89,12 @@ public:
 
     // Closes every open connection; the next access opens them again.
     static void closeAll();
+
+    // Keeps at most `maxRows` rows ("log", "locations"), deleting the oldest as new
+    // ones come; 0 (the default) keeps them all. Process-wide, any time.
+    static void setRowLimit(const std::string& table, std::size_t maxRows);
+    // How often a damaged file at this path has been moved aside and replaced.
+    std::uint64_t replacements() const;
 
 private:
     std::string fileName_;

@@ -1,12 +1,16 @@
 #include "datastore/DatabaseConnection.hpp"
 
+#include "datastore/CorruptDatabase.hpp"
+#include "logger/Logger.hpp"
+
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cstdlib>
-
+#include <limits>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -24,6 +28,33 @@ constexpr std::size_t kMaxCachedStatements = 128;
 // Under sustained load from several threads the groups may never all be closed at
 // once; a commit after this many writes keeps the open transaction short anyway.
 constexpr int kMaxWritesPerGroupCommit = 256;
+
+// Kinds of failure that are not SQLite result codes (which are 0 to 255).
+constexpr int kDirectoryFailure = -1;
+constexpr int kMoveAsideFailure = -2;
+constexpr int kBindFailure = -3;
+
+// Rows added to a limited table before its oldest go: a tenth of the limit (1 to
+// 1,000). The DELETE then runs once per that many inserts, or once per commit when a
+// commit adds more, so the table holds at most that many rows (or one commit's worth)
+// above its limit until the connection closes, which trims it to the limit. Each row
+// is deleted once either way; the batch keeps the pages a DELETE rewrites few.
+std::size_t trimBatch(std::size_t maxRows) { return std::clamp<std::size_t>(maxRows / 10, 1, 1000); }
+
+// The row limits of every connection. The version changes on every change (and on a
+// reset of the shared instances), so a connection re-reads them with one atomic load.
+std::atomic<std::uint64_t> rowLimitsVersion{1};
+
+struct RowLimits {
+    RowLimits() { rowLimitsVersion.fetch_add(1, std::memory_order_acq_rel); }
+    std::mutex mutex;
+    std::vector<std::pair<std::string, std::size_t>> limits;
+};
+
+SharedInstance<RowLimits>& rowLimitsSlot() {
+    static SharedInstance<RowLimits> slot;
+    return slot;
+}
 
 class ConnectionRegistry {
 public:
@@ -123,99 +154,145 @@ void DatabaseConnection::closeAll() {
         for (auto& connection : connections->all()) connection->close();
 }
 
+void DatabaseConnection::setRowLimit(const std::string& table, std::size_t maxRows) {
+    auto& shared = rowLimitsSlot().get([] { return std::make_unique<RowLimits>(); });
+    {
+        std::lock_guard lock(shared.mutex);
+        auto& limits = shared.limits;
+        auto it = std::find_if(limits.begin(), limits.end(), [&](const auto& limit) { return limit.first == table; });
+        if (it != limits.end())
+            it->second = maxRows;
+        else
+            limits.emplace_back(table, maxRows);
+    }
+    rowLimitsVersion.fetch_add(1, std::memory_order_acq_rel);
+}
+
+int DatabaseConnection::exec(const char* sql, std::string* error) {
+    char* message = nullptr;
+    const int rc = sqlite3_exec(db_, sql, nullptr, nullptr, &message);
+    if (rc != SQLITE_OK) {
+        std::string text = message ? message : sqlite3_errmsg(db_);
+        if (isCorruptionCode(rc) && damage_.empty()) damage_ = text;
+        if (durableOpen_) durableFailed_ = true;
+        if (error) *error = std::move(text);
+    }
+    sqlite3_free(message);
+    return rc;
+}
+
 bool DatabaseConnection::executeStatements(const std::string& sql, bool atomic) {
     std::lock_guard lock(mutex_);
+    bool ok = false;
     try {
-        if (!ensureOpen()) return false;
-        auto exec = [this](const char* text, std::string& error) {
-            char* message = nullptr;
-            int rc = sqlite3_exec(db_, text, nullptr, nullptr, &message);
-            if (rc != SQLITE_OK) error = message ? message : sqlite3_errmsg(db_);
-            sqlite3_free(message);
-            return rc == SQLITE_OK;
-        };
-        std::string error;
-        bool ok;
-        if (atomic && inTransaction()) {
-            // Nested in a write group's transaction: a savepoint gives the same all-or-none.
-            const bool begun = exec("SAVEPOINT bvgeo_atomic", error);
-            ok = begun && exec(sql.c_str(), error);
-            if (ok) ok = exec("RELEASE bvgeo_atomic", error);
-            if (begun && !ok && !sqlite3_get_autocommit(db_)) {
-                std::string ignored;
-                exec("ROLLBACK TO bvgeo_atomic", ignored);
-                exec("RELEASE bvgeo_atomic", ignored);
+        if (ensureOpen()) {
+            std::string error;
+            int rc = SQLITE_OK;
+            auto step = [&](const char* text) { return (rc = exec(text, &error)) == SQLITE_OK; };
+            if (atomic && inTransaction()) {
+                // Nested in a write group's transaction: a savepoint gives the same all-or-none.
+                const bool begun = step("SAVEPOINT bvgeo_atomic");
+                ok = begun && step(sql.c_str());
+                if (ok) ok = step("RELEASE bvgeo_atomic");
+                if (begun && !ok && inTransaction()) {
+                    exec("ROLLBACK TO bvgeo_atomic");
+                    exec("RELEASE bvgeo_atomic");
+                }
+            } else if (atomic) {
+                ok = step("BEGIN IMMEDIATE") && step(sql.c_str());
+                if (ok) ok = step("COMMIT");
+                if (!ok && inTransaction()) exec("ROLLBACK");
+            } else {
+                ok = step(sql.c_str());
             }
-        } else if (atomic) {
-            ok = exec("BEGIN IMMEDIATE", error) && exec(sql.c_str(), error);
-            if (ok) ok = exec("COMMIT", error);
-            if (!ok && !sqlite3_get_autocommit(db_)) {
-                std::string ignored;
-                exec("ROLLBACK", ignored);
-            }
-        } else {
-            ok = exec(sql.c_str(), error);
+            if (!ok)
+                reportFailure("cannot run statements on", error, rc & 0xff);
+            else if (!inTransaction())
+                committed();
         }
-        if (!ok) {
-            reportFailure("cannot run statements on", error);
-            return false;
-        }
-        reportSuccess();
-        return true;
     } catch (...) {
-        return false;
+        ok = false;
     }
+    recoverIfDamaged();
+    return ok;
 }
 
 bool DatabaseConnection::executeBatch(const std::vector<SqlStatement>& statements) {
     std::lock_guard lock(mutex_);
-    bool begun = false, nested = false;
+    bool begun = false, nested = false, ok = false;
     try {
-        if (!ensureOpen()) return false;
-        joinWriteGroup();
-        // Inside a write group's transaction a savepoint gives the same all-or-none.
-        nested = inTransaction();
-        if (sqlite3_exec(db_, nested ? "SAVEPOINT bvgeo_batch" : "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) !=
-            SQLITE_OK) {
-            reportFailure("cannot begin a transaction on", sqlite3_errmsg(db_));
-            return false;
+        if (ensureOpen()) {
+            refreshRowLimits();
+            joinWriteGroup();
+            // Inside a write group's transaction a savepoint gives the same all-or-none.
+            nested = inTransaction();
+            std::string error;
+            int rc = exec(nested ? "SAVEPOINT bvgeo_batch" : "BEGIN IMMEDIATE", &error);
+            if (rc != SQLITE_OK) {
+                reportFailure("cannot begin a transaction on", error, rc & 0xff);
+            } else {
+                begun = ok = true;
+                for (const auto& statement : statements)
+                    if (!(ok = run(statement.sql, statement.args, nullptr))) break;
+                if (ok && !nested) trimRows(false);
+                if (ok && (rc = exec(nested ? "RELEASE bvgeo_batch" : "COMMIT", &error)) != SQLITE_OK) {
+                    reportFailure("cannot commit on", error, rc & 0xff);
+                    ok = false;
+                }
+                if (ok && !nested) committed();
+                if (!ok) undoBatch(nested);
+            }
         }
-        begun = true;
-        bool ok = true;
-        for (const auto& statement : statements)
-            if (!(ok = run(statement.sql, statement.args, nullptr))) break;
-        if (ok && sqlite3_exec(db_, nested ? "RELEASE bvgeo_batch" : "COMMIT", nullptr, nullptr, nullptr) !=
-                      SQLITE_OK) {
-            reportFailure("cannot commit on", sqlite3_errmsg(db_));
-            ok = false;
-        }
-        if (!ok) undoBatch(nested);
-        return ok;
     } catch (const std::exception&) {
         if (begun) undoBatch(nested);
-        return false;
+        ok = false;
     }
+    recoverIfDamaged();
+    return ok;
 }
 
 void DatabaseConnection::undoBatch(bool nested) {
-    if (sqlite3_get_autocommit(db_)) return; // SQLite already rolled everything back
+    if (!inTransaction()) return; // SQLite already rolled everything back
     if (nested) {
-        sqlite3_exec(db_, "ROLLBACK TO bvgeo_batch", nullptr, nullptr, nullptr);
-        sqlite3_exec(db_, "RELEASE bvgeo_batch", nullptr, nullptr, nullptr);
+        exec("ROLLBACK TO bvgeo_batch");
+        exec("RELEASE bvgeo_batch");
     } else {
-        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        exec("ROLLBACK");
     }
 }
 
 bool DatabaseConnection::executeUpdate(const std::string& sql, const SqlValues& args) {
     std::lock_guard lock(mutex_);
+    bool ok = false;
     try {
-        if (!ensureOpen()) return false;
-        joinWriteGroup();
-        return run(sql, args, nullptr);
+        if (ensureOpen()) {
+            refreshRowLimits();
+            joinWriteGroup();
+            if (!inTransaction() && trimDue(1)) {
+                // The insert that makes a trim due and the trim share one commit.
+                std::string error;
+                int rc = exec("BEGIN IMMEDIATE", &error);
+                ok = rc == SQLITE_OK && run(sql, args, nullptr);
+                if (ok) {
+                    trimRows(false);
+                    if ((rc = exec("COMMIT", &error)) != SQLITE_OK) {
+                        reportFailure("cannot commit on", error, rc & 0xff);
+                        ok = false;
+                    }
+                } else if (rc != SQLITE_OK) {
+                    reportFailure("cannot begin a transaction on", error, rc & 0xff);
+                }
+                if (ok) committed();
+                if (!ok && inTransaction()) exec("ROLLBACK");
+            } else {
+                ok = run(sql, args, nullptr);
+            }
+        }
     } catch (...) {
-        return false;
+        ok = false;
     }
+    recoverIfDamaged();
+    return ok;
 }
 
 void DatabaseConnection::beginWriteGroup() {
@@ -226,7 +303,93 @@ void DatabaseConnection::beginWriteGroup() {
 void DatabaseConnection::endWriteGroup() {
     std::lock_guard lock(mutex_);
     if (openGroups_ > 0) --openGroups_;
-    if (groupTransaction_ && (openGroups_ == 0 || groupWrites_ >= kMaxWritesPerGroupCommit)) commitWriteGroup();
+    // An open durable unit commits the transaction itself, savepoint and all.
+    if (groupTransaction_ && !durableOpen_ && (openGroups_ == 0 || groupWrites_ >= kMaxWritesPerGroupCommit))
+        commitWriteGroup();
+    recoverIfDamaged();
+}
+
+void DatabaseConnection::beginDurable() {
+    std::lock_guard lock(mutex_);
+    durableOpen_ = true;
+    durableFailed_ = false;
+    durableOwnTransaction_ = false;
+    try {
+        if (!ensureOpen()) {
+            durableFailed_ = true;
+        } else {
+            durableGeneration_ = generation_;
+            std::string error;
+            int rc = SQLITE_OK;
+            if (!inTransaction()) {
+                // The unit's transaction is the groups' when any is open, so their rows
+                // go to disk with it; otherwise it is the unit's own.
+                if ((rc = exec("BEGIN IMMEDIATE", &error)) == SQLITE_OK) {
+                    if (openGroups_ > 0) {
+                        groupTransaction_ = true;
+                        groupWrites_ = 0;
+                    } else {
+                        durableOwnTransaction_ = true;
+                    }
+                }
+            }
+            if (rc == SQLITE_OK) rc = exec("SAVEPOINT bvgeo_durable", &error);
+            if (rc != SQLITE_OK) reportFailure("cannot begin a transaction on", error, rc & 0xff);
+        }
+    } catch (...) {
+        durableFailed_ = true;
+    }
+    recoverIfDamaged();
+}
+
+bool DatabaseConnection::commitDurable() {
+    std::lock_guard lock(mutex_);
+    if (!durableOpen_) return false;
+    bool ok = !durableFailed_ && db_ && generation_ == durableGeneration_ && inTransaction();
+    try {
+        if (ok) ok = exec("RELEASE bvgeo_durable") == SQLITE_OK;
+        if (ok) {
+            trimRows(false);
+            std::string error;
+            const int rc = exec("COMMIT", &error);
+            ok = rc == SQLITE_OK;
+            if (ok)
+                committed();
+            else
+                reportFailure("cannot commit on", error, rc & 0xff);
+            if (inTransaction()) exec("ROLLBACK");
+            groupTransaction_ = false;
+            groupWrites_ = 0;
+            durableOwnTransaction_ = false;
+        }
+    } catch (...) {
+        ok = false;
+    }
+    if (!ok) undoDurable();
+    durableOpen_ = false;
+    recoverIfDamaged();
+    return ok;
+}
+
+void DatabaseConnection::abandonDurable() {
+    std::lock_guard lock(mutex_);
+    if (!durableOpen_) return;
+    try {
+        undoDurable();
+    } catch (...) {
+    }
+    durableOpen_ = false;
+    recoverIfDamaged();
+}
+
+void DatabaseConnection::undoDurable() {
+    if (db_ && generation_ == durableGeneration_ && inTransaction()) {
+        // Fails harmlessly when SQLite has already rolled the transaction back.
+        if (exec("ROLLBACK TO bvgeo_durable") == SQLITE_OK) exec("RELEASE bvgeo_durable");
+        if (durableOwnTransaction_ && inTransaction() && exec("COMMIT") != SQLITE_OK && inTransaction())
+            exec("ROLLBACK");
+    }
+    if (durableOwnTransaction_) durableOwnTransaction_ = false;
 }
 
 void DatabaseConnection::joinWriteGroup() {
@@ -247,9 +410,13 @@ void DatabaseConnection::commitWriteGroup() {
     groupTransaction_ = false;
     groupWrites_ = 0;
     if (!db_ || sqlite3_get_autocommit(db_)) return; // a failed statement already ended it
-    if (sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
-        reportFailure("cannot commit on", sqlite3_errmsg(db_));
-        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    trimRows(false);
+    std::string error;
+    if (const int rc = exec("COMMIT", &error); rc != SQLITE_OK) {
+        reportFailure("cannot commit on", error, rc & 0xff);
+        if (inTransaction()) exec("ROLLBACK");
+    } else {
+        committed();
     }
 }
 
@@ -257,23 +424,29 @@ bool DatabaseConnection::inTransaction() const { return db_ && !sqlite3_get_auto
 
 bool DatabaseConnection::executeQuery(const std::string& sql, const SqlValues& args, const RowHandler& row) {
     std::lock_guard lock(mutex_);
+    bool ok = false;
     try {
-        return run(sql, args, &row);
+        ok = run(sql, args, &row);
     } catch (...) {
-        return false;
+        ok = false;
     }
+    recoverIfDamaged();
+    return ok;
 }
 
 int DatabaseConnection::userVersion(std::uint64_t* generation) {
     std::lock_guard lock(mutex_);
     int version = -1;
+    bool ok = false;
     try {
         static const std::string kQuery = "PRAGMA user_version";
         RowHandler read = [&](const DatabaseRow& row) { version = static_cast<int>(row.int64ForColumnIndex(0)); };
-        if (!run(kQuery, {}, &read)) return -1;
+        ok = run(kQuery, {}, &read);
     } catch (...) {
-        return -1;
+        ok = false;
     }
+    recoverIfDamaged();
+    if (!ok) return -1;
     if (generation) *generation = generation_;
     return version;
 }
@@ -300,39 +473,60 @@ bool DatabaseConnection::ensureOpen() {
     if (!directory.empty()) {
         auto created = platform().files->createDirectories(directory);
         if (!created) {
-            reportFailure("cannot create the directory for", created.error);
+            reportFailure("cannot create the directory for", created.error, kDirectoryFailure);
             return false;
         }
     }
+    std::string damage;
+    if (sqlite3* handle = openFile(damage)) {
+        db_ = handle;
+        ++generation_;
+        damage_.clear();
+        fastSecureDelete_ = false;
+        return true;
+    }
+    if (!damage.empty()) replaceDamagedFile(damage);
+    return db_ != nullptr;
+}
+
+sqlite3* DatabaseConnection::openFile(std::string& damage) {
     sqlite3* handle = nullptr;
+    auto fail = [&](const std::string& error, int rc) -> sqlite3* {
+        if (handle && isCorruptionCode(rc)) {
+            // Leave the file and its WAL exactly as found: they go aside as evidence.
+            sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+            damage = error;
+        } else {
+            reportFailure("cannot open", error, rc & 0xff);
+        }
+        sqlite3_close(handle);
+        return nullptr;
+    };
     int rc = sqlite3_open_v2(path_.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                              nullptr);
-    if (rc == SQLITE_OK) {
-        sqlite3_busy_timeout(handle, kBusyTimeoutMs);
-        // WAL with synchronous=NORMAL commits without an fsync (the WAL is synced at
-        // checkpoints): a commit costs writes, not a flush. 4 KiB pages: the fence
-        // listing line of a large zone spans many pages, and with the writes of one
-        // location update grouped into one commit the small rows share pages anyway
-        // (page_size only takes effect on a file that has no pages yet). A checkpoint
-        // every 4,000 pages (16 MB of WAL) makes its two fsyncs rare.
-        char* message = nullptr;
-        rc = sqlite3_exec(handle,
-                          "PRAGMA page_size=4096; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; "
-                          "PRAGMA wal_autocheckpoint=4000;",
-                          nullptr, nullptr, &message);
-        if (rc != SQLITE_OK) {
-            std::string error = message ? message : sqlite3_errmsg(handle);
-            sqlite3_free(message);
-            sqlite3_close(handle);
-            reportFailure("cannot open", error);
-            return false;
-        }
-    } else {
-        std::string error = handle ? sqlite3_errmsg(handle) : sqlite3_errstr(rc);
-        sqlite3_close(handle);
-        reportFailure("cannot open", error);
-        return false;
+    if (rc != SQLITE_OK) return fail(handle ? sqlite3_errmsg(handle) : sqlite3_errstr(rc), rc);
+    sqlite3_busy_timeout(handle, kBusyTimeoutMs);
+    // WAL with synchronous=NORMAL commits without an fsync (the WAL is synced at
+    // checkpoints): a commit costs writes, not a flush, and survives the process
+    // being killed (only a power loss can take the newest commits). 4 KiB pages: the
+    // fence listing line of a large zone spans many pages, and with the writes of one
+    // location update grouped into one commit the small rows share pages anyway
+    // (page_size only takes effect on a file that has no pages yet). A checkpoint
+    // every 4,000 pages (16 MB of WAL) makes its two fsyncs rare.
+    char* message = nullptr;
+    rc = sqlite3_exec(handle,
+                      "PRAGMA page_size=4096; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; "
+                      "PRAGMA wal_autocheckpoint=4000;",
+                      nullptr, nullptr, &message);
+    if (rc != SQLITE_OK) {
+        std::string error = message ? message : sqlite3_errmsg(handle);
+        sqlite3_free(message);
+        return fail(error, rc);
     }
+    // Once per open (the handle then stays open): a damaged file found now is set
+    // aside before anything is written to it. Reads the whole file, a fraction of a
+    // second for a large one.
+    if (auto problem = quickCheckProblem(handle)) return fail(*problem, SQLITE_CORRUPT);
     // Whatever file is found at the path (the first, or a new one after the old was
     // moved away) gets the schema before anyone writes to it, so a writer that raced
     // a move never meets a file without tables.
@@ -349,24 +543,126 @@ bool DatabaseConnection::ensureOpen() {
         if (sqlite3_exec(handle, schema.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
             sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
     }
-    db_ = handle;
-    ++generation_;
-    return true;
+    sqlite3_update_hook(handle, &DatabaseConnection::rowChanged, this);
+    return handle;
 }
 
-void DatabaseConnection::closeLocked() {
+void DatabaseConnection::replaceDamagedFile(const std::string& damage) {
+    std::string error;
+    const auto movedTo = moveCorruptDatabaseAside(path_, &error);
+    if (!movedTo) {
+        reportFailure("cannot move aside the damaged", error + " (" + damage + ")", kMoveAsideFailure);
+        return;
+    }
+    std::string again;
+    sqlite3* fresh = openFile(again);
+    if (!fresh) return; // a new file that is damaged at once is not chased further
+    db_ = fresh;
+    ++generation_;
+    damage_.clear();
+    fastSecureDelete_ = false;
+    replacements_.fetch_add(1, std::memory_order_acq_rel);
+
+    const std::string text = "The database file was damaged (" + damage + "): moved to " + *movedTo +
+                             "; a new file was started";
+    const auto& p = platform();
+    const std::int64_t now = p.clock->now();
+    // Written here, not through the Logger: its save would come back to this lock.
+    static const std::string kInsert = "INSERT INTO log (message, category, timestamp) VALUES (?, ?, ?)";
+    run(kInsert,
+        {Logger::formatMessage(p.dateFormatter->format(static_cast<double>(now), "yyyy-MM-dd HH:mm:ss"),
+                               "createDatabase()", 0, text),
+         std::string("GENERAL"), now},
+        nullptr);
+    p.console->warn(text);
+}
+
+void DatabaseConnection::recoverIfDamaged() {
+    if (damage_.empty()) return;
+    const auto damage = std::exchange(damage_, {});
+    try {
+        closeLocked(true);
+        replaceDamagedFile(damage);
+    } catch (...) {
+    }
+}
+
+void DatabaseConnection::closeLocked(bool damaged) {
     schemaChecked_.store(false, std::memory_order_release);
     if (!db_) return;
-    // What the open groups wrote so far is kept; their later writes start anew on
-    // whatever file the next open finds.
-    if (groupTransaction_) commitWriteGroup();
+    if (damaged) {
+        groupTransaction_ = false;
+        groupWrites_ = 0;
+    } else {
+        // What the open groups wrote so far is kept; their later writes start anew on
+        // whatever file the next open finds.
+        if (groupTransaction_) commitWriteGroup();
+        if (!inTransaction()) trimRows(true);
+    }
+    durableOwnTransaction_ = false;
     for (auto& [sql, statement] : statements_) sqlite3_finalize(statement.handle);
     statements_.clear();
-    // Folds the WAL into the file and empties it, so the file can be moved or
-    // copied on its own; the last close then deletes the -wal and -shm files.
-    sqlite3_exec(db_, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
+    if (damaged) {
+        sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    } else {
+        // Folds the WAL into the file and empties it, so the file can be moved or
+        // copied on its own; the last close then deletes the -wal and -shm files.
+        sqlite3_exec(db_, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
+    }
     sqlite3_close(db_);
     db_ = nullptr;
+}
+
+void DatabaseConnection::rowChanged(void* self, int operation, const char*, const char* table, long long) {
+    if (operation != SQLITE_INSERT) return;
+    for (auto& limit : static_cast<DatabaseConnection*>(self)->rowLimits_)
+        if (limit.maxRows && limit.table == table) ++limit.added;
+}
+
+void DatabaseConnection::refreshRowLimits() {
+    const auto version = rowLimitsVersion.load(std::memory_order_acquire);
+    if (version == rowLimitsVersion_) return;
+    std::vector<RowLimit> fresh;
+    if (auto* shared = rowLimitsSlot().peek()) {
+        std::lock_guard lock(shared->mutex);
+        for (const auto& [table, maxRows] : shared->limits) {
+            RowLimit limit{table, maxRows, 0};
+            for (const auto& old : rowLimits_)
+                if (old.table == table) limit.added = old.added;
+            fresh.push_back(std::move(limit));
+        }
+    }
+    rowLimits_ = std::move(fresh);
+    rowLimitsVersion_ = version;
+}
+
+bool DatabaseConnection::trimDue(std::size_t extra) {
+    refreshRowLimits();
+    for (const auto& limit : rowLimits_)
+        if (limit.maxRows && limit.added + extra >= trimBatch(limit.maxRows)) return true;
+    return false;
+}
+
+void DatabaseConnection::trimRows(bool all) {
+    refreshRowLimits();
+    for (auto& limit : rowLimits_) {
+        if (!limit.maxRows || limit.added == 0) continue;
+        if (!all && limit.added < trimBatch(limit.maxRows)) continue;
+        if (!fastSecureDelete_) {
+            // Debian's SQLite zeroes every freed page (secure_delete), which would double
+            // the pages a trim writes; FAST still clears deleted rows where that costs no
+            // extra write, and freed pages are refilled by the next rows anyway.
+            exec("PRAGMA secure_delete=FAST");
+            fastSecureDelete_ = true;
+        }
+        // Keys grow by one per row and only the oldest rows are ever deleted, so the
+        // newest maxRows rows are those above max(id) - maxRows: a seek, not a count.
+        const std::string sql =
+            "DELETE FROM " + limit.table + " WHERE id <= (SELECT max(id) FROM " + limit.table + ") - ?";
+        const auto keep = static_cast<std::int64_t>(
+            std::min<std::size_t>(limit.maxRows, static_cast<std::size_t>(std::numeric_limits<std::int64_t>::max())));
+        if (run(sql, {keep}, nullptr)) limit.added = 0;
+    }
 }
 
 DatabaseConnection::Statement* DatabaseConnection::prepare(const std::string& sql) {
@@ -375,7 +671,9 @@ DatabaseConnection::Statement* DatabaseConnection::prepare(const std::string& sq
     int rc = sqlite3_prepare_v3(db_, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &handle,
                                 nullptr);
     if (rc != SQLITE_OK || !handle) {
-        reportFailure("cannot prepare a statement on", rc != SQLITE_OK ? sqlite3_errmsg(db_) : "empty statement");
+        const std::string error = rc != SQLITE_OK ? sqlite3_errmsg(db_) : "empty statement";
+        if (isCorruptionCode(rc) && damage_.empty()) damage_ = error;
+        reportFailure("cannot prepare a statement on", error, rc & 0xff);
         sqlite3_finalize(handle);
         return nullptr;
     }
@@ -392,7 +690,8 @@ bool DatabaseConnection::bind(Statement& statement, const SqlValues& args) {
     int expected = sqlite3_bind_parameter_count(statement.handle);
     if (expected != static_cast<int>(args.size())) {
         reportFailure("wrong number of values for a statement on",
-                      std::to_string(args.size()) + " given, " + std::to_string(expected) + " expected");
+                      std::to_string(args.size()) + " given, " + std::to_string(expected) + " expected",
+                      kBindFailure);
         return false;
     }
     for (int i = 0; i < expected; ++i) {
@@ -413,7 +712,7 @@ bool DatabaseConnection::bind(Statement& statement, const SqlValues& args) {
             },
             args[static_cast<std::size_t>(i)]);
         if (rc != SQLITE_OK) {
-            reportFailure("cannot bind a value on", sqlite3_errmsg(db_));
+            reportFailure("cannot bind a value on", sqlite3_errmsg(db_), rc & 0xff);
             return false;
         }
     }
@@ -449,17 +748,19 @@ bool DatabaseConnection::run(const std::string& sql, const SqlValues& args, cons
         (*row)(StatementRow(handle, statement->columns));
     }
     if (rc != SQLITE_DONE) {
-        reportFailure("cannot run a statement on", sqlite3_errmsg(db_));
+        const std::string error = sqlite3_errmsg(db_);
+        if (isCorruptionCode(rc) && damage_.empty()) damage_ = error;
+        reportFailure("cannot run a statement on", error, rc & 0xff);
         return false;
     }
-    reportSuccess();
+    if (!sqlite3_stmt_readonly(handle) && !inTransaction()) committed();
     return true;
 }
 
-void DatabaseConnection::reportFailure(const std::string& what, const std::string& detail) {
-    if (failureReported_) return;
-    failureReported_ = true;
-    platform().console->log("BV1Database: " + what + " " + path_ + ": " + detail);
+void DatabaseConnection::reportFailure(const std::string& what, const std::string& detail, int kind) {
+    if (durableOpen_) durableFailed_ = true;
+    if (!reportedKinds_.insert(kind).second) return;
+    platform().console->warn("BV1Database: " + what + " " + path_ + ": " + detail);
 }
 
 WriteGroup::WriteGroup() : connection_(DatabaseConnection::forPath(BV1Database().path())) {
@@ -467,5 +768,19 @@ WriteGroup::WriteGroup() : connection_(DatabaseConnection::forPath(BV1Database()
 }
 
 WriteGroup::~WriteGroup() { connection_->endWriteGroup(); }
+
+DurableWrite::DurableWrite() : connection_(DatabaseConnection::forPath(BV1Database().path())) {
+    connection_->beginDurable();
+}
+
+DurableWrite::~DurableWrite() {
+    if (open_) connection_->abandonDurable();
+}
+
+bool DurableWrite::commit() {
+    if (!open_) return false;
+    open_ = false;
+    return connection_->commitDurable();
+}
 
 } // namespace bvgeo

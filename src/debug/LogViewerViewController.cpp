@@ -1,6 +1,7 @@
 #include "debug/LogViewerViewController.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "datastore/DatabaseSnapshot.hpp"
 #include "models/Log.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
@@ -80,9 +81,16 @@ DeviceReportFields LogViewerViewController::reportFields() {
 }
 
 MailReport LogViewerViewController::emailReport(const DeviceReportFields& fields) {
-    // Readers of the attached file see only what is in it, not the WAL beside it.
-    BV1Database().getDatabase().executeStatements("PRAGMA wal_checkpoint(TRUNCATE)");
-    return makeMailReport(fields, platform().files->documentsDirectory());
+    // The live file alone may lack what its WAL holds, and a checkpoint cannot run
+    // while a write group is open: the database goes as a backup-API snapshot under
+    // its own name, holding every committed row.
+    const BV1Database database;
+    const auto snapshot = snapshotDatabase(database.path());
+    MailReport report = makeMailReport(fields, platform().files->documentsDirectory());
+    if (snapshot)
+        for (auto& attachment : report.attachments)
+            if (attachment.fileName == database.fileName()) attachment.data = *snapshot;
+    return report;
 }
 
 } // namespace bvgeo

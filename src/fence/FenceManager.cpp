@@ -1,5 +1,6 @@
 #include "fence/FenceManager.hpp"
 
+#include "datastore/BV1Database.hpp"
 #include "fence/FenceRules.hpp"
 #include "logger/Logger.hpp"
 #include "models/FenceFetch.hpp"
@@ -10,6 +11,8 @@
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
+
+#include <algorithm>
 
 namespace bvgeo {
 
@@ -28,6 +31,7 @@ std::string FenceManager::getZoneFileName(double latitude, double lng) const {
 
 void FenceManager::getFenceList(double latitude, double lng, Success success) {
     Logger::log("Getting fences list", LogCategory::FENCE, kGetFenceList, 40);
+    forgetCacheOfReplacedDatabase();
     std::string name = getZoneFileName(latitude, lng);
     std::int64_t now = platform().clock->now();
 
@@ -61,8 +65,23 @@ void FenceManager::getFenceList(double latitude, double lng, Success success) {
     success(std::move(list));
 }
 
+void FenceManager::forgetCacheOfReplacedDatabase() {
+    // A damaged database was replaced by an empty one: the persisted cache keys
+    // describe a fence table that is gone, so the next request downloads again.
+    const auto replacements = BV1Database().replacements();
+    {
+        std::lock_guard lock(mutex_);
+        if (replacements == databaseReplacementsSeen_) return;
+        databaseReplacementsSeen_ = replacements;
+    }
+    FenceFetch::setLastZoneFile("");
+    FenceFetch::setZoneLastModified("");
+    FenceFetch::setLastCacheTime(0);
+}
+
 std::shared_ptr<const std::string> FenceManager::remember(std::shared_ptr<const FenceIndex> list) {
-    auto entries = std::make_shared<const std::string>(listingEntries(list->fences()));
+    auto entries = std::make_shared<const std::string>(
+        listingEntries(list->fences(), BVGeoTracker::sharedInstance().extendedOptions().fenceListingLimit));
     std::lock_guard lock(mutex_);
     mFenceList = std::move(list);
     mFenceListEntries = entries;
@@ -120,12 +139,14 @@ std::shared_ptr<const FenceIndex> FenceManager::currentFenceList() const {
     return mFenceList;
 }
 
-std::string FenceManager::listingEntries(const FenceList& fences) {
+std::string FenceManager::listingEntries(const FenceList& fences, std::size_t limit) {
+    const std::size_t named = limit == 0 ? fences.size() : std::min(limit, fences.size());
     std::string text;
-    for (const auto& fence : fences) {
-        if (!text.empty()) text += ",";
-        text += fence->name + " - (" + fence->id + ")";
+    for (std::size_t i = 0; i < named; ++i) {
+        if (i) text += ",";
+        text += fences[i]->name + " - (" + fences[i]->id + ")";
     }
+    if (named < fences.size()) text += ",(+" + std::to_string(fences.size() - named) + " more)";
     return text;
 }
 

@@ -49,13 +49,16 @@ private:
     void logRetrievedFences(const std::string& source, const std::string& entries);
     // Replaces the memory list and its listing text; returns the text.
     std::shared_ptr<const std::string> remember(std::shared_ptr<const FenceIndex> list);
-    static std::string listingEntries(const FenceList& fences);
+    // "name - (id)" joined by ","; past `limit` fences (0: none) it ends ",(+M more)".
+    static std::string listingEntries(const FenceList& fences, std::size_t limit);
+    void forgetCacheOfReplacedDatabase();
 
     mutable std::mutex mutex_;
     std::shared_ptr<const FenceIndex> mFenceList;
     // The listing of mFenceList, made once per list: a zone may hold many fences.
     std::shared_ptr<const std::string> mFenceListEntries;
     std::map<std::string, std::vector<Success>> downloadsInFlight_;
+    std::uint64_t databaseReplacementsSeen_ = 0;
 };
 
 } // namespace bvgeo

@@ -5,7 +5,9 @@
 
 #include <bvgeo/platform/Export.hpp>
 
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace bvgeo {
 
@@ -45,5 +47,17 @@ public:
 
 // Joins a directory and a file name with exactly one separator.
 BVGEO_API std::string appendPathComponent(const std::string& directory, const std::string& name);
+
+// Moves the damaged file `path` aside, to "<stem>.corrupt-<stamp><extension>" in the
+// same directory ("BVGDatabase.sqlite" with stamp "20140510-092446" becomes
+// "BVGDatabase.corrupt-20140510-092446.sqlite"), adding "-2", "-3"... to the stamp
+// when that name is taken. Each of `companions` (suffixes such as "-wal") found
+// beside `path` follows it under the new name, or is removed when it cannot move, so
+// nothing of the old file is left for a new one to pick up. Returns the new path of
+// `path`; std::nullopt with `error` set when it stayed where it was.
+BVGEO_API std::optional<std::string> moveFileAside(FileSystem& files, const std::string& path,
+                                                   const std::string& stamp,
+                                                   const std::vector<std::string>& companions = {},
+                                                   std::string* error = nullptr);
 
 } // namespace bvgeo

@@ -157,8 +157,13 @@ void BVGeoTracker::reset(const std::string& name, const std::function<void()>& s
 }
 
 void BVGeoTracker::setExtendedOptions(const ExtendedOptions& options) {
-    std::lock_guard lock(mutex_);
-    extendedOptions_ = options;
+    {
+        std::lock_guard lock(mutex_);
+        extendedOptions_ = options;
+    }
+    // The storage layer cannot read the facade: the limits go down to it.
+    BV1Database::setRowLimit("log", options.maxLogRows);
+    BV1Database::setRowLimit("locations", options.maxLocationRows);
 }
 
 ExtendedOptions BVGeoTracker::extendedOptions() const {

@@ -33,7 +33,7 @@ void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventT
 }
 
 void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success) {
-    WriteGroup writes; // one commit for every trigger and log row of this update
+    WriteGroup writes; // one commit for the log rows of this update; triggers go durably below
     ActiveFenceList snapshot = getActiveFences();
     auto config = BVGeoTracker::sharedInstance().config();
 
@@ -45,26 +45,51 @@ void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType ty
     for (const auto& active : snapshot) stays.push_back({active->fenceId, active->activatedAt, active->lastTriggerAt});
 
     std::int64_t now = platform().clock->now();
-    for (const auto& step : planTriggers(insideIds, stays, now, config.lingerTime, config.maxLingerTime)) {
-        switch (step.type) {
-        case TriggerType::Enter: {
-            const Fence& fence = *fences[step.index];
-            addFenceToActiveFences(std::make_shared<ActiveFence>(fence.id, platform().clock->now(), fence.name));
-            sendTrigger(fence.id, fence.name, TriggerType::Enter, type);
-            break;
+    const auto steps = planTriggers(insideIds, stays, now, config.lingerTime, config.maxLingerTime);
+    if (!steps.empty()) {
+        DurableWrite durable;
+        job_ = JobTriggers{{}, {}, true};
+        for (const auto& step : steps) {
+            bool stored = true;
+            switch (step.type) {
+            case TriggerType::Enter: {
+                const Fence& fence = *fences[step.index];
+                stored = addFenceToActiveFences(
+                    std::make_shared<ActiveFence>(fence.id, platform().clock->now(), fence.name));
+                sendTrigger(fence.id, fence.name, TriggerType::Enter, type);
+                break;
+            }
+            case TriggerType::Linger: {
+                const Fence& fence = *fences[step.index];
+                sendTrigger(fence.id, fence.name, TriggerType::Linger, type);
+                stored = updateFenceAtActiveFences(ActiveFence(fence.id, 0));
+                break;
+            }
+            case TriggerType::Exit: {
+                const auto& stay = snapshot[step.index];
+                sendTrigger(stay->fenceId, stay->fenceName, TriggerType::Exit, type);
+                stored = removeFenceFromActive(stay);
+                break;
+            }
+            }
+            if (!stored) job_->stored = false;
         }
-        case TriggerType::Linger: {
-            const Fence& fence = *fences[step.index];
-            sendTrigger(fence.id, fence.name, TriggerType::Linger, type);
-            updateFenceAtActiveFences(ActiveFence(fence.id, 0));
-            break;
-        }
-        case TriggerType::Exit: {
-            const auto& stay = snapshot[step.index];
-            sendTrigger(stay->fenceId, stay->fenceName, TriggerType::Exit, type);
-            removeFenceFromActive(stay);
-            break;
-        }
+        JobTriggers job = std::move(*job_);
+        job_.reset();
+        if (job.stored && durable.commit()) {
+            unstoredReported_ = false;
+            for (std::size_t i = 0; i < job.triggers.size(); ++i) announceTrigger(job.triggers[i], job.reports[i]);
+        } else {
+            // Nothing of the job is kept or told: memory goes back to what the table holds.
+            mActiveFences.reset();
+            for (const auto& report : job.reports)
+                if (auto key = report ? report->value(Outbox::kKeyHeader) : std::nullopt)
+                    Outbox::sharedInstance().remove(*key);
+            if (!unstoredReported_)
+                platform().console->warn("TriggerManager: " + std::to_string(job.triggers.size()) +
+                                         " trigger(s) could not be stored and were not delivered; the next "
+                                         "position decides again");
+            unstoredReported_ = true;
         }
     }
 
@@ -113,16 +138,38 @@ bool TriggerManager::checkIfIsLinger(const ActiveFence& fence) {
 
 void TriggerManager::sendTrigger(const std::string& fenceId, const std::string& fenceName, TriggerType type,
                                  TriggerLocationEventType locationEvent) {
+    auto& engine = sharedInstance();
     auto& tracker = BVGeoTracker::sharedInstance();
+    // Called on its own (not from a job), the trigger is a durable unit by itself.
+    std::optional<DurableWrite> own;
+    if (!engine.job_) own.emplace();
     auto trigger = std::make_shared<BVTrigger>(tracker.getDeviceId(), type, platform().clock->now(), fenceId,
                                                fenceName, locationEvent);
-    Trigger::save(*trigger);
+    const bool saved = Trigger::save(*trigger);
     Logger::log("New Trigger: " + std::string(rawValue(type)) + " - fenceName: " + fenceName + " fenceId: " + fenceId,
                 LogCategory::TRIGGER, "sendTrigger(_:fenceName:type:triggerLocationEventType:)", 131);
+    if (engine.job_) {
+        engine.job_->triggers.push_back(trigger);
+        std::optional<URLRequest> report;
+        if (tracker.triggerMode() != TriggerMode::LOCAL_ONLY && tracker.extendedOptions().durableDelivery)
+            report = buildRemoteTrigger(*trigger);
+        engine.job_->reports.push_back(std::move(report));
+        if (!saved) engine.job_->stored = false;
+        return;
+    }
+    if (own->commit() && saved) announceTrigger(trigger);
+}
+
+void TriggerManager::announceTrigger(const std::shared_ptr<BVTrigger>& trigger, std::optional<URLRequest> report) {
+    auto& tracker = BVGeoTracker::sharedInstance();
     auto mode = tracker.triggerMode();
     if (mode != TriggerMode::REMOTE_ONLY && tracker.delegate())
         platform().mainQueue->async([trigger] { sendLocalTrigger(trigger); });
-    if (mode != TriggerMode::LOCAL_ONLY) sendRemoteTrigger(trigger);
+    if (mode == TriggerMode::LOCAL_ONLY) return;
+    if (report)
+        RequestQueue::sharedInstance().addRequestToQueue(*report);
+    else
+        sendRemoteTrigger(trigger);
 }
 
 void TriggerManager::sendLocalTrigger(const std::shared_ptr<BVTrigger>& trigger) {
@@ -131,26 +178,29 @@ void TriggerManager::sendLocalTrigger(const std::shared_ptr<BVTrigger>& trigger)
 }
 
 void TriggerManager::sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger) {
+    if (auto report = buildRemoteTrigger(*trigger)) RequestQueue::sharedInstance().addRequestToQueue(*report);
+}
+
+std::optional<URLRequest> TriggerManager::buildRemoteTrigger(const BVTrigger& trigger) {
     std::string url = BVGeoTracker::sharedInstance().apiUrl() + "trigger?sdk_ver=" + std::string(SDK_VERSION);
     if (!isValidHTTPURL(url)) {
         Logger::log("Trigger not sent: invalid URL: " + url, LogCategory::REQUESTS, "sendRemoteTrigger(_:)", 171);
-        return;
+        return std::nullopt;
     }
-    auto parameters = nlohmann::json::parse(trigger->toParameters().dump());
+    auto parameters = nlohmann::json::parse(trigger.toParameters().dump());
     // One key per report, kept by every retry and every resend after a relaunch, so
     // that the server can store each report once however often it arrives.
     const std::string key = platform().uuids->newUuid();
     auto request = HTTPClient::sharedInstance().request(url, HTTPMethod::POST, parameters,
                                                         nlohmann::json{{std::string(Outbox::kKeyHeader), key}});
-    auto& queue = RequestQueue::sharedInstance();
     if (BVGeoTracker::sharedInstance().extendedOptions().durableDelivery) {
         // Leftovers of an earlier process go first, then this report is made durable
         // before anything can send it.
-        queue.restoreOutbox();
+        RequestQueue::sharedInstance().restoreOutbox();
         Outbox::sharedInstance().add(
-            {key, request, trigger->fenceId, std::string(rawValue(trigger->event)), trigger->timestamp});
+            {key, request, trigger.fenceId, std::string(rawValue(trigger.event)), trigger.timestamp});
     }
-    queue.addRequestToQueue(request);
+    return request;
 }
 
 } // namespace bvgeo

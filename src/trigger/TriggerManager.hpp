@@ -6,10 +6,16 @@
 // Every decision runs as one job on the serial queue "ProcessInsideFences";
 // mActiveFences is touched only there. processInsideFences may be called from any
 // thread and only queues.
+//
+// Durable before announced: a job's trigger rows and stay changes are committed
+// together before any of its triggers goes to the delegate or the request queue.
+// When they cannot be stored, none is announced and the stays are read back from
+// the table, so the next position decides again (and announces once storage works).
 #pragma once
 
 #include "fence/FenceIndex.hpp"
 #include "models/ActiveFence.hpp"
+#include "request/URLRequest.hpp"
 
 #include <bvgeo/BVTrigger.hpp>
 #include <bvgeo/platform/DispatchQueue.hpp>
@@ -44,7 +50,14 @@ public:
     static void sendTrigger(const std::string& fenceId, const std::string& fenceName, TriggerType type,
                             TriggerLocationEventType locationEvent);
     static void sendLocalTrigger(const std::shared_ptr<BVTrigger>& trigger);
+    // Hands a stored trigger to the delegate and/or the request queue, as the mode
+    // says; `report` is the one built for it while its job ran, if any.
+    static void announceTrigger(const std::shared_ptr<BVTrigger>& trigger,
+                                std::optional<URLRequest> report = std::nullopt);
     static void sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger);
+    // The trigger's report with its idempotency key, written to the outbox when
+    // durable delivery is on; nothing (and a log line) when the API URL is unusable.
+    static std::optional<URLRequest> buildRemoteTrigger(const BVTrigger& trigger);
 
     TriggerManager(const TriggerManager&) = delete;
     TriggerManager& operator=(const TriggerManager&) = delete;
@@ -53,8 +66,19 @@ private:
     TriggerManager();
     void runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success);
 
+    // The triggers of the job in progress, announced once its rows are committed.
+    // With durable delivery a report reaches the outbox before its trigger's commit,
+    // so no committed trigger can be left without one by a crash in between.
+    struct JobTriggers {
+        std::vector<std::shared_ptr<BVTrigger>> triggers;
+        std::vector<std::optional<URLRequest>> reports; // parallel to triggers
+        bool stored; // every row of the job written so far
+    };
+
     std::shared_ptr<DispatchQueue> serialQueue_;
     std::optional<ActiveFenceList> mActiveFences;
+    std::optional<JobTriggers> job_;
+    bool unstoredReported_ = false; // one console line per run of failed jobs
 };
 
 } // namespace bvgeo

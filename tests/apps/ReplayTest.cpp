@@ -17,8 +17,11 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <sqlite3.h>
+
 #include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -198,18 +201,118 @@ TEST_F(ReplayTest, TheKentRunAgainstADownTriggerApiSendsEachReportOncePerRetryIn
     EXPECT_EQ(summary.requestsSent, 0u);
 }
 
+// Three hours: ten minutes away, two and a half at home, twenty minutes away again.
+std::vector<std::pair<double, Point>> homeStay() {
+    std::vector<std::pair<double, Point>> rows;
+    double t = 0;
+    for (; t < 600; t += 60) rows.push_back({t, offset(90, 1000)});
+    for (int i = 0; t < 600 + 9000; t += 60, ++i) rows.push_back({t, offset(0, (i % 2) * 2.0)});
+    for (const double left = t; t < left + 1200; t += 60) rows.push_back({t, offset(90, 1000)});
+    return rows;
+}
+
+std::string scalar(const fs::path& database, const std::string& sql) {
+    std::string out;
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
+        sqlite3_exec(
+            db, sql.c_str(),
+            [](void* target, int, char** values, char**) {
+                *static_cast<std::string*>(target) = values[0] ? values[0] : "NULL";
+                return 1;
+            },
+            &out, nullptr);
+    sqlite3_close(db);
+    return out;
+}
+
+TEST_F(ReplayTest, DamagedDatabaseIsMovedAsideAndTheReplayGoesOnIntoAFreshOne) {
+    ReplayOptions o = options(writeTrack(homeStay()));
+    o.distanceFilter = -1.0;
+    std::ostringstream first;
+    ASSERT_EQ(runReplay(o, first, nullptr), 0);
+    const fs::path device = root_ / "device";
+    const auto database = device / "BVGDatabase.sqlite";
+
+    // 4 KiB of noise over the second page, then a replay on the same data directory.
+    {
+        std::fstream file(database, std::ios::in | std::ios::out | std::ios::binary);
+        std::mt19937 random(4096);
+        std::string noise(4096, '\0');
+        for (auto& byte : noise) byte = static_cast<char>(random());
+        file.seekp(4096);
+        file.write(noise.data(), static_cast<std::streamsize>(noise.size()));
+    }
+    std::ostringstream second;
+    ::testing::internal::CaptureStderr();
+    const int status = runReplay(o, second, nullptr);
+    const std::string stderrText = ::testing::internal::GetCapturedStderr();
+    ASSERT_EQ(status, 0);
+
+    std::vector<fs::path> aside;
+    for (const auto& entry : fs::directory_iterator(device))
+        if (entry.path().filename().string().rfind("BVGDatabase.corrupt-", 0) == 0 &&
+            entry.path().extension() == ".sqlite")
+            aside.push_back(entry.path());
+    ASSERT_EQ(aside.size(), 1u);
+    // BVGDatabase.corrupt-<yyyyMMdd-HHmmss>.sqlite
+    EXPECT_EQ(aside[0].filename().string().size(), std::string("BVGDatabase.corrupt-20140513-165320.sqlite").size());
+    EXPECT_THAT(stderrText, ::testing::HasSubstr("The database file was damaged ("));
+    EXPECT_THAT(stderrText, ::testing::HasSubstr("moved to " + aside[0].string() + "; a new file was started"));
+
+    EXPECT_EQ(scalar(database, "SELECT count(*) FROM sqlite_master WHERE type = 'table'"), "5");
+    EXPECT_EQ(scalar(database, "PRAGMA integrity_check"), "ok");
+    auto printed = lines(second.str());
+    printed.pop_back(); // the summary
+    EXPECT_EQ(printed.size(), lines(first.str()).size() - 1) << "the second run triggers as the first did";
+    EXPECT_EQ(scalar(database, "SELECT count(*) FROM trigger"), std::to_string(printed.size()));
+    EXPECT_EQ(scalar(database, "SELECT count(*) FROM log WHERE category = 'GENERAL' AND instr(message, 'damaged')"),
+              "1");
+}
+
+TEST_F(ReplayTest, RowLimitsKeepTheLogAndHistoryShortAndTheSummaryWhole) {
+    ReplayOptions o = options(writeTrack(homeStay()));
+    o.distanceFilter = -1.0;
+    o.dataDir = (root_ / "unbounded").string();
+    std::ostringstream out;
+    ReplaySummary unbounded, summary;
+    ASSERT_EQ(runReplay(o, out, &unbounded), 0);
+    o.dataDir = (root_ / "bounded").string();
+    o.maxLogRows = 100;
+    o.maxLocationRows = 20;
+    ASSERT_EQ(runReplay(o, out, &summary), 0);
+
+    const auto database = root_ / "bounded" / "BVGDatabase.sqlite";
+    EXPECT_EQ(scalar(database, "SELECT count(*) FROM log"), "100");
+    EXPECT_EQ(scalar(database, "SELECT count(*) FROM locations"), "20");
+    EXPECT_EQ(scalar(database, "SELECT max(id) - min(id) + 1 FROM log"), "100") << "the newest rows";
+    EXPECT_GT(std::stoi(scalar(root_ / "unbounded" / "BVGDatabase.sqlite", "SELECT count(*) FROM log")), 1000);
+    // The summary counts what happened, not what is left.
+    EXPECT_EQ(summary.fixesAccepted, unbounded.fixesAccepted);
+    EXPECT_EQ(summary.requestsSent, unbounded.requestsSent);
+    EXPECT_EQ(summary.requestsSent, summary.enter + summary.linger + summary.exit);
+}
+
 TEST(ReplayOptionsTest, BadOptionsAreUsageErrorsThatNameTheOption) {
     EXPECT_NO_THROW(parseReplayOptions({"t.gpx", "--env", "qa", "--mode", "remote", "--linger-time", "60"}));
     const auto good = parseReplayOptions({"t.gpx", "--env=2", "--mode", "local", "--speed", "4"});
     EXPECT_EQ(good.environment, 2);
     EXPECT_EQ(good.mode, 1);
     EXPECT_EQ(good.speed, 4.0);
+    EXPECT_EQ(good.maxLogRows, 0u) << "unbounded unless asked";
+    const auto limited = parseReplayOptions(
+        {"t.gpx", "--max-log-rows", "1000", "--max-location-rows=5", "--fence-listing-limit", "3"});
+    EXPECT_EQ(limited.maxLogRows, 1000u);
+    EXPECT_EQ(limited.maxLocationRows, 5u);
+    EXPECT_EQ(limited.fenceListingLimit, 3u);
     for (const auto& [words, named] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"t.gpx", "--mode", "sometimes"}, "--mode"},
              {{"t.gpx", "--env", "7"}, "--env"},
              {{"t.gpx", "--linger-time", "ten"}, "--linger-time"},
              {{"t.gpx", "--colour"}, "--colour"},
              {{"t.gpx", "--speed", "0"}, "--speed"},
+             {{"t.gpx", "--max-log-rows", "-1"}, "--max-log-rows"},
+             {{"t.gpx", "--fence-listing-limit", "three"}, "--fence-listing-limit"},
              {{}, "TRACK"}}) {
         try {
             parseReplayOptions(words);

@@ -149,19 +149,6 @@ TEST_F(BV1DatabaseTest, UnusableLocationFailsQuietlyWithOneConsoleLine) {
     EXPECT_THAT(sim().console->logLines()[0], HasSubstr(documents + "/BVGDatabase.sqlite"));
 }
 
-TEST_F(BV1DatabaseTest, FileThatIsNotADatabaseIsLeftUntouched) {
-    const auto path = sim().documentsDirectory() + "/BVGDatabase.sqlite";
-    const std::string garbage(4096, 'x');
-    std::ofstream(path, std::ios::binary) << garbage;
-
-    EXPECT_FALSE(Log::save(logRow("lost")));
-    EXPECT_FALSE(BV1Database::executeUpdate("DELETE FROM log", {}));
-    ASSERT_EQ(sim().console->logLines().size(), 1u);
-    EXPECT_THAT(sim().console->logLines()[0], HasSubstr(path));
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), garbage);
-}
-
 TEST_F(BV1DatabaseTest, FailedStatementsReportOncePerStreak) {
     const std::string bad = "INSERT INTO no_such_table (x) VALUES (?)";
     EXPECT_FALSE(BV1Database::executeUpdate(bad, {std::int64_t{1}}));

@@ -1,6 +1,9 @@
 #include <bvgeo/platform/linux/FileSettingsStore.hpp>
 #include <bvgeo/platform/linux/PosixFileSystem.hpp>
+#include <bvgeo/platform/testing/ForwardingFileSystem.hpp>
 #include <bvgeo/platform/testing/TestPlatform.hpp>
+
+#include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
 
@@ -55,19 +58,66 @@ TEST_F(FileSettingsStoreTest, ValuesSurviveIntoTheNextInstanceWithTheirTypes) {
     EXPECT_EQ(open()->integer("bv1GeoLastCacheTime"), 1'500'000'000'123);
 }
 
-TEST_F(FileSettingsStoreTest, UnreadableFileIsIgnoredWithAConsoleLineAndReplacedOnSynchronize) {
+TEST_F(FileSettingsStoreTest, DamagedFileIsMovedAsideAndTheSettingsStartEmpty) {
+    int round = 0;
     for (const char* contents : {"{not json", "[1, 2]"}) {
+        ++round;
         console->clear();
         ASSERT_TRUE(files->writeFileAtomically(path, contents));
         auto store = open();
         EXPECT_EQ(store->string("anything"), std::nullopt);
         ASSERT_EQ(console->logLines().size(), 1u) << contents;
-        EXPECT_NE(console->logLines()[0].find(path), std::string::npos);
+        const auto line = console->logLines()[0];
+        EXPECT_NE(line.find(path + " does not hold a JSON object: moved to " + sim.documentsDirectory() +
+                            "/bvgeo-settings.corrupt-"),
+                  std::string::npos)
+            << line;
+        EXPECT_FALSE(files->fileExists(path));
+        const auto movedTo = line.substr(line.find("moved to ") + 9, line.find(';') - line.find("moved to ") - 9);
+        std::string kept;
+        ASSERT_TRUE(files->readFile(movedTo, kept)) << movedTo;
+        EXPECT_EQ(kept, contents);
 
         store->setString("key", "value");
         ASSERT_TRUE(store->synchronize());
         EXPECT_EQ(open()->string("key"), "value");
     }
+    EXPECT_EQ(directoryEntries().size(), 3u) << "the settings and both damaged files";
+}
+
+TEST_F(FileSettingsStoreTest, FailingWritesWarnOnceLeaveTheFileWholeAndRecover) {
+    struct FullDisk final : ForwardingFileSystem {
+        using ForwardingFileSystem::ForwardingFileSystem;
+        FileResult writeFileAtomically(const std::string& target, const std::string& contents) override {
+            if (full) return FileResult::failure("Cannot write \"" + target + "\": No space left on device");
+            return ForwardingFileSystem::writeFileAtomically(target, contents);
+        }
+        bool full = false;
+    };
+    auto disk = std::make_shared<FullDisk>(files);
+    FileSettingsStore store(path, disk, console);
+    store.setString("bv1GeoLastZoneFile", "zone_1_2.json");
+    ASSERT_TRUE(store.synchronize());
+
+    disk->full = true;
+    for (int i = 0; i < 5; ++i) {
+        store.setInteger("bv1GeoLastCacheTime", i);
+        EXPECT_FALSE(store.synchronize());
+    }
+    EXPECT_EQ(console->logLines(),
+              std::vector<std::string>{"Settings file not written: Cannot write \"" + path +
+                                       "\": No space left on device"});
+    std::string text;
+    ASSERT_TRUE(files->readFile(path, text));
+    EXPECT_EQ(nlohmann::json::parse(text), (nlohmann::json{{"bv1GeoLastZoneFile", "zone_1_2.json"}}))
+        << "the last good file, whole";
+
+    disk->full = false;
+    EXPECT_TRUE(store.synchronize());
+    EXPECT_EQ(open()->integer("bv1GeoLastCacheTime"), 4);
+    disk->full = true;
+    EXPECT_FALSE(store.synchronize());
+    EXPECT_EQ(console->logLines().size(), 2u) << "a new run of failures is told again";
 }
 
 TEST_F(FileSettingsStoreTest, SynchronizeReportsAFailedWrite) {

@@ -1,5 +1,8 @@
 #include <bvgeo/platform/linux/FileSettingsStore.hpp>
 
+#include <bvgeo/platform/DateFormatter.hpp>
+
+#include <ctime>
 #include <limits>
 
 namespace bvgeo {
@@ -11,6 +14,15 @@ std::string parentOf(const std::string& path) {
     return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
 
+// The settings store is made with the platform, before its clock is installed: the
+// name of a file moved aside takes the system's local time.
+std::string localTimeStamp() {
+    const std::time_t now = std::time(nullptr);
+    std::tm fields{};
+    localtime_r(&now, &fields);
+    return formatDatePattern(fields, 0, "yyyyMMdd-HHmmss");
+}
+
 } // namespace
 
 FileSettingsStore::FileSettingsStore(std::string path, std::shared_ptr<FileSystem> files,
@@ -19,15 +31,23 @@ FileSettingsStore::FileSettingsStore(std::string path, std::shared_ptr<FileSyste
     if (!files_->fileExists(path_)) return;
     std::string contents;
     if (auto read = files_->readFile(path_, contents); !read) {
-        console_->log("Settings file not read: " + read.error);
+        // Not necessarily damaged (a passing I/O error, a directory in the way): left alone.
+        console_->warn("Settings file not read: " + read.error);
         return;
     }
     auto parsed = nlohmann::json::parse(contents, nullptr, /*allow_exceptions=*/false);
-    if (!parsed.is_object()) {
-        console_->log("Settings file ignored, it does not hold a JSON object: " + path_);
+    if (parsed.is_object()) {
+        values_ = std::move(parsed);
         return;
     }
-    values_ = std::move(parsed);
+    // Damaged: kept for a look, out of the way of the next write; the settings start empty.
+    std::string error;
+    if (auto movedTo = moveFileAside(*files_, path_, localTimeStamp(), {}, &error))
+        console_->warn("Settings file " + path_ + " does not hold a JSON object: moved to " + *movedTo +
+                       "; the settings start empty");
+    else
+        console_->warn("Settings file " + path_ + " does not hold a JSON object and could not be moved aside (" +
+                       error + "); the settings start empty");
 }
 
 std::optional<std::string> FileSettingsStore::string(std::string_view key) const {
@@ -76,7 +96,13 @@ bool FileSettingsStore::synchronize() {
     text += '\n';
     if (auto parent = parentOf(path_); !parent.empty()) files_->createDirectories(parent);
     auto written = files_->writeFileAtomically(path_, text);
-    if (!written) console_->log("Settings file not written: " + written.error);
+    if (written) {
+        reportedWriteError_.clear();
+    } else if (written.error != reportedWriteError_) {
+        // Once per kind of failure: a full disk would otherwise warn at every position.
+        reportedWriteError_ = written.error;
+        console_->warn("Settings file not written: " + written.error);
+    }
     return written.ok;
 }
 

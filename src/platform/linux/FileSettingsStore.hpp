@@ -1,8 +1,11 @@
 // FileSettingsStore: settings kept in memory and written as one JSON object to a
-// file, replaced atomically on synchronize(). The file is read once, at
-// construction; a file that does not hold a JSON object is ignored (with a console
-// line) and replaced by the next synchronize(). Thread-safe. The file system and
-// console must stay usable for the store's lifetime.
+// file, replaced atomically on synchronize(), so the file is always the old or the
+// new whole. The file is read once, at construction; one that does not hold a JSON
+// object is moved aside to "<name>.corrupt-<yyyyMMdd-HHmmss>.json" (local time) with
+// a console warning, and the settings start empty (as they do, with a warning, when
+// the file cannot be read). A failed write
+// is warned about once until a write succeeds again. Thread-safe. The file system
+// and console must stay usable for the store's lifetime.
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
@@ -40,6 +43,7 @@ private:
     // Held across a whole synchronize() so that writes land in the order their
     // snapshots were taken and the file ends with the newest one.
     std::mutex writeMutex_;
+    std::string reportedWriteError_; // under writeMutex_
 };
 
 } // namespace bvgeo

@@ -1,0 +1,151 @@
+// Storage under the whole road: triggers are on disk before the host hears of them,
+// a full disk during a location update loses nothing that was announced and heals,
+// and the fence listing can be capped.
+#include "support/FaultyVfs.hpp"
+#include "support/WholeRoad.hpp"
+
+#include "datastore/BV1Database.hpp"
+#include "datastore/DatabaseConnection.hpp"
+#include "models/FenceFetch.hpp"
+#include "models/Trigger.hpp"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+
+namespace bvgeo::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr const char* kZone = R"({"fences":[
+  {"_id":"f1","name":"Hall","location":{"type":"Point","coordinates":[0.73,51.34]},"radius":100},
+  {"_id":"f2","name":"Park","location":{"type":"Point","coordinates":[0.7305,51.3405]},"radius":200}]})";
+constexpr double kLat = 51.34, kLon = 0.73;
+constexpr double kFarLat = 51.35, kFarLon = 0.74;
+constexpr double kStep = 0.00001;
+
+// Triggers another connection sees: committed ones only.
+int committedTriggers() {
+    int count = -1;
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(BV1Database().path().c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
+        sqlite3_exec(
+            db, "SELECT count(*) FROM trigger",
+            [](void* out, int, char** values, char**) {
+                *static_cast<int*>(out) = std::atoi(values[0]);
+                return 0;
+            },
+            &count, nullptr);
+    sqlite3_close(db);
+    return count;
+}
+
+std::vector<std::string> warnings(const std::vector<std::string>& lines) {
+    std::vector<std::string> out;
+    for (const auto& line : lines)
+        if (line.rfind("BV1Database: ", 0) == 0 || line.rfind("TriggerManager: ", 0) == 0) out.push_back(line);
+    return out;
+}
+
+using StorageFaultsTest = WholeRoadTest;
+
+TEST_F(StorageFaultsTest, TriggersAreCommittedBeforeTheHostOrTheServerHearsOfThem) {
+    setZoneAnswer({200, kZone, ""});
+    startHost();
+    {
+        // Another thread's update is still writing when the trigger job runs and the
+        // main queue calls the delegate: its open group must not hold the triggers back.
+        WriteGroup otherUpdate;
+        deliver(kLat, kLon, kT0);
+        ASSERT_THAT(delegate->summary(), ElementsAre("enter f1 Hall", "enter f2 Park"));
+        EXPECT_EQ(committedTriggers(), 2);
+    }
+    EXPECT_EQ(committedTriggers(), 2);
+}
+
+TEST_F(StorageFaultsTest, FullDiskDuringALocationUpdateAnnouncesNothingAndHeals) {
+    FaultyVfs disk;
+    setZoneAnswer({200, kZone, ""});
+    startHost();
+    deliver(kFarLat, kFarLon, kT0); // the zone is downloaded and stored; outside both fences
+    sim().console->clear();
+
+    disk.failWritesAfter(0, SQLITE_FULL);
+    deliver(kLat, kLon, kT0 + 10);
+    deliver(kLat + kStep, kLon, kT0 + 20);
+    advance(1.0);
+    EXPECT_GT(disk.failedWrites(), 0);
+    EXPECT_TRUE(delegate->received.empty()) << "nothing is announced that is not stored";
+    EXPECT_TRUE(requestsTo("/api/").empty());
+    EXPECT_TRUE(Trigger::list().empty());
+    // One line per kind of failure, however many rows and updates failed.
+    const auto path = BV1Database().path();
+    EXPECT_THAT(warnings(sim().console->logLines()),
+                ElementsAre(HasSubstr("BV1Database: "), HasSubstr("TriggerManager: 2 trigger(s) could not be stored")));
+    EXPECT_THAT(warnings(sim().console->logLines())[0], HasSubstr(path + ": database or disk is full"));
+
+    disk.heal();
+    deliver(kLat + 2 * kStep, kLon, kT0 + 30);
+    EXPECT_THAT(delegate->summary(), ElementsAre("enter f1 Hall", "enter f2 Park"));
+    EXPECT_EQ(committedTriggers(), 2);
+    advance(1.0);
+    EXPECT_EQ(requestsTo("/api/").size(), 2u);
+    const auto locations = storedLines(LogCategory::LOCATION);
+    EXPECT_TRUE(std::any_of(locations.begin(), locations.end(),
+                            [](const std::string& line) { return line.find("[51.34002, 0.73]") != std::string::npos; }))
+        << "writes land again";
+}
+
+TEST_F(StorageFaultsTest, FailingTheNthWriteOfAnUpdateNeverAnnouncesWhatIsNotStored) {
+    // An update inside both fences makes some 23 file writes: every one of them fails once.
+    FaultyVfs disk;
+    for (int n = 0; n < 28; ++n) {
+        SCOPED_TRACE("failing write " + std::to_string(n + 1));
+        sim().installFresh();
+        ASSERT_TRUE(BV1Database::executeStatements("DELETE FROM trigger; DELETE FROM activeFences; DELETE FROM fence;"));
+        FenceFetch::reset();
+        delegate->received.clear();
+        setZoneAnswer({200, kZone, ""});
+        startHost();
+        const double t = kT0 + n * 1000;
+        deliver(kFarLat, kFarLon, t);
+
+        disk.failWritesAfter(n, n % 2 ? SQLITE_FULL : SQLITE_IOERR_WRITE);
+        deliver(kLat, kLon, t + 10);
+        const auto announced = delegate->received.size();
+        EXPECT_TRUE(announced == 0 || announced == 2) << "a job is announced whole or not at all";
+        EXPECT_GE(committedTriggers(), static_cast<int>(announced));
+
+        disk.heal();
+        deliver(kLat + kStep, kLon, t + 20);
+        EXPECT_THAT(delegate->summary(), ElementsAre("enter f1 Hall", "enter f2 Park")) << "each once, after all";
+        EXPECT_EQ(committedTriggers(), 2);
+    }
+}
+
+TEST_F(StorageFaultsTest, FenceListingNamesAtMostTheLimitThenCountsTheRest) {
+    setZoneAnswer({200, kZone, ""});
+    ExtendedOptions options;
+    options.fenceListingLimit = 1;
+    BVGeoTracker::sharedInstance().setExtendedOptions(options);
+    startHost();
+    deliver(kLat, kLon, kT0);
+    const std::string listing = "logRetrievedFences(_:fenceList:) [Line 128]: Fences from ";
+    auto fence = storedLines(LogCategory::FENCE);
+    EXPECT_NE(std::find(fence.begin(), fence.end(), listing + "Zone file (new) - not cached: Hall - (f1),(+1 more)"),
+              fence.end());
+    EXPECT_THAT(delegate->summary(), ElementsAre("enter f1 Hall", "enter f2 Park")) << "only the text is shorter";
+
+    // At the limit the line is as it always was.
+    restartHost();
+    options.fenceListingLimit = 2;
+    BVGeoTracker::sharedInstance().setExtendedOptions(options);
+    deliver(kLat + kStep, kLon, kT0 + 10);
+    fence = storedLines(LogCategory::FENCE);
+    EXPECT_NE(std::find(fence.begin(), fence.end(), listing + "Cache: Hall - (f1),Park - (f2)"), fence.end());
+}
+
+} // namespace
+} // namespace bvgeo::testing
