@@ -127,9 +127,7 @@ TEST_F(StorageFaultsTest, FailingTheNthWriteOfAnUpdateNeverAnnouncesWhatIsNotSto
 
 TEST_F(StorageFaultsTest, FenceListingNamesAtMostTheLimitThenCountsTheRest) {
     setZoneAnswer({200, kZone, ""});
-    ExtendedOptions options;
-    options.fenceListingLimit = 1;
-    BVGeoTracker::sharedInstance().setExtendedOptions(options);
+    extended.fenceListingLimit = 1;
     startHost();
     deliver(kLat, kLon, kT0);
     const std::string listing = "logRetrievedFences(_:fenceList:) [Line 128]: Fences from ";
@@ -139,9 +137,8 @@ TEST_F(StorageFaultsTest, FenceListingNamesAtMostTheLimitThenCountsTheRest) {
     EXPECT_THAT(delegate->summary(), ElementsAre("enter f1 Hall", "enter f2 Park")) << "only the text is shorter";
 
     // At the limit the line is as it always was.
+    extended.fenceListingLimit = 2;
     restartHost();
-    options.fenceListingLimit = 2;
-    BVGeoTracker::sharedInstance().setExtendedOptions(options);
     deliver(kLat + kStep, kLon, kT0 + 10);
     fence = storedLines(LogCategory::FENCE);
     EXPECT_NE(std::find(fence.begin(), fence.end(), listing + "Cache: Hall - (f1),Park - (f2)"), fence.end());
