@@ -2,6 +2,7 @@
 // and every log line going to the database: pipeline, fence list, containment,
 // trigger engine (LOCAL_ONLY without a delegate, so nothing leaves the process).
 // Positions follow a walk of 10 m steps through the zone, as a moving device's do.
+// Arguments: fences in the zone, and the "Fences from ..." listing limit (0: none).
 #include "fence/FenceManager.hpp"
 #include "location/LocationTrackerSignificantChanges.hpp"
 #include "models/Fence.hpp"
@@ -47,6 +48,9 @@ void BM_WholeRoadPerPosition(benchmark::State& state) {
     auto& tracker = BVGeoTracker::sharedInstance();
     tracker.configure("bench", TriggerModes::LocalOnly, BVEnvironments::Production);
     tracker.setParameters(kLocationAccuracyNearestTenMeters, kDistanceFilterNone);
+    ExtendedOptions extended;
+    extended.fenceListingLimit = static_cast<std::size_t>(state.range(1));
+    tracker.setExtendedOptions(extended);
     seedZone(static_cast<int>(state.range(0)));
     FenceFetch::setLastZoneFile(getZoneName(kZoneLat + 0.1, kZoneLon + 0.1, kZoneSize));
     FenceFetch::setLastCacheTime(sim.clock->now());
@@ -85,6 +89,11 @@ void BM_WholeRoadPerPosition(benchmark::State& state) {
     resetAllSharedInstances();
 }
 // Wall time: the writes' waits on the disk are part of what a position costs.
-BENCHMARK(BM_WholeRoadPerPosition)->Arg(1000)->Arg(100000)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_WholeRoadPerPosition)
+    ->Args({1000, 0})
+    ->Args({100000, 0})
+    ->Args({100000, 100})
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 } // namespace
