@@ -32,20 +32,24 @@ std::string FenceManager::getZoneFileName(double latitude, double lng) const {
 void FenceManager::getFenceList(double latitude, double lng, Success success) {
     Logger::log("Getting fences list", LogCategory::FENCE, kGetFenceList, 40);
     forgetCacheOfReplacedDatabase();
+    std::uint64_t seen = 0;
+    {
+        std::lock_guard lock(mutex_);
+        seen = downloadsCompleted_;
+    }
     std::string name = getZoneFileName(latitude, lng);
     std::int64_t now = platform().clock->now();
 
     if (name != FenceFetch::lastZoneFile()) {
         Logger::log("Zone changed, requesting new zone file...", LogCategory::ZONE, kGetFenceList, 47);
-        FenceFetch::setZoneLastModified("");
-        download(name, "new", now, std::move(success));
+        download(name, "new", now, seen, std::move(success));
         return;
     }
     Logger::log("Zone not changed", LogCategory::ZONE, kGetFenceList, 59);
     auto cacheExpiration = BVGeoTracker::sharedInstance().config().cacheExpiration;
     if (isCacheExpired(now, FenceFetch::lastCacheTime(), cacheExpiration)) {
         Logger::log("Cache expired, requesting new zone file...", LogCategory::ZONE, kGetFenceList, 64);
-        download(name, "same", now, std::move(success));
+        download(name, "same", now, seen, std::move(success));
         return;
     }
     std::shared_ptr<const FenceIndex> list;
@@ -60,7 +64,7 @@ void FenceManager::getFenceList(double latitude, double lng, Success success) {
     } else {
         Logger::log("Cache not expired, retrieving from cache...", LogCategory::ZONE, kGetFenceList, 81);
         list = std::make_shared<const FenceIndex>(getFencesFromDatabase());
-        logRetrievedFences("Cache", *remember(list));
+        logRetrievedFences("Cache", *remember(list, name));
     }
     success(std::move(list));
 }
@@ -79,22 +83,43 @@ void FenceManager::forgetCacheOfReplacedDatabase() {
     FenceFetch::setLastCacheTime(0);
 }
 
-std::shared_ptr<const std::string> FenceManager::remember(std::shared_ptr<const FenceIndex> list) {
+std::shared_ptr<const std::string> FenceManager::remember(std::shared_ptr<const FenceIndex> list,
+                                                          const std::string& zone) {
     auto entries = std::make_shared<const std::string>(
         listingEntries(list->fences(), BVGeoTracker::sharedInstance().extendedOptions().fenceListingLimit));
     std::lock_guard lock(mutex_);
     mFenceList = std::move(list);
     mFenceListEntries = entries;
+    mFenceListZone_ = zone;
     return entries;
 }
 
-void FenceManager::download(const std::string& name, const char* word, std::int64_t now, Success success) {
+void FenceManager::download(const std::string& name, const char* word, std::int64_t now, std::uint64_t seen,
+                            Success success) {
+    std::shared_ptr<const FenceIndex> finished;
+    std::shared_ptr<const std::string> entries;
     {
         std::lock_guard lock(mutex_);
-        auto [waiting, first] = downloadsInFlight_.try_emplace(name);
-        waiting->second.push_back(std::move(success));
-        if (!first) return; // the download in flight answers this request too
+        if (auto inFlight = downloadsInFlight_.find(name); inFlight != downloadsInFlight_.end()) {
+            inFlight->second.push_back(std::move(success)); // the download in flight answers this request too
+            return;
+        }
+        // A download of this zone may have finished since the caller read the settings
+        // (two trackers with the same fix): its list is the answer, not a second download.
+        if (downloadsCompleted_ != seen && mFenceList && mFenceListZone_ == name) {
+            finished = mFenceList;
+            entries = mFenceListEntries;
+        } else {
+            downloadsInFlight_[name].push_back(std::move(success));
+        }
     }
+    if (finished) {
+        logRetrievedFences("Memory", *entries);
+        success(std::move(finished));
+        return;
+    }
+    // A new zone's file is asked for unconditionally: what is stored dates the old one.
+    if (std::string_view(word) == "new") FenceFetch::setZoneLastModified("");
     std::string source = word;
     ZoneManager::getFencesForZone(
         name,
@@ -119,12 +144,13 @@ void FenceManager::downloadCompleted(const std::string& name, const std::string&
         FenceFetch::setLastCacheTime(now);
     }
     auto list = std::make_shared<const FenceIndex>(std::move(fences));
-    auto entries = remember(list);
+    auto entries = remember(list, name);
     std::vector<Success> waiting;
     {
         std::lock_guard lock(mutex_);
         waiting = std::move(downloadsInFlight_[name]);
         downloadsInFlight_.erase(name);
+        ++downloadsCompleted_;
     }
     logRetrievedFences("Zone file (" + word + ") - " + (resultsFromCache ? "cached" : "not cached"), *entries);
     for (auto& success : waiting) success(list);

@@ -43,12 +43,13 @@ public:
 private:
     FenceManager() = default;
 
-    void download(const std::string& name, const char* word, std::int64_t now, Success success);
+    // `seen`: downloadsCompleted_ when the caller read the settings it decided on.
+    void download(const std::string& name, const char* word, std::int64_t now, std::uint64_t seen, Success success);
     void downloadCompleted(const std::string& name, const std::string& word, std::int64_t now, FenceList fences,
                            bool resultsFromCache);
     void logRetrievedFences(const std::string& source, const std::string& entries);
     // Replaces the memory list and its listing text; returns the text.
-    std::shared_ptr<const std::string> remember(std::shared_ptr<const FenceIndex> list);
+    std::shared_ptr<const std::string> remember(std::shared_ptr<const FenceIndex> list, const std::string& zone);
     // "name - (id)" joined by ","; past `limit` fences (0: none) it ends ",(+M more)".
     static std::string listingEntries(const FenceList& fences, std::size_t limit);
     void forgetCacheOfReplacedDatabase();
@@ -57,7 +58,9 @@ private:
     std::shared_ptr<const FenceIndex> mFenceList;
     // The listing of mFenceList, made once per list: a zone may hold many fences.
     std::shared_ptr<const std::string> mFenceListEntries;
+    std::string mFenceListZone_; // the zone file mFenceList came from
     std::map<std::string, std::vector<Success>> downloadsInFlight_;
+    std::uint64_t downloadsCompleted_ = 0;
     std::uint64_t databaseReplacementsSeen_ = 0;
 };
 
