@@ -4,6 +4,8 @@
 // reached the server, no report is stored there twice, and the outbox is empty.
 #include "ReferenceHttpServer.hpp"
 
+#include "support/SqliteFile.hpp"
+
 #include "zone/ZoneBuilder.hpp"
 #include "zone/ZoneGrid.hpp"
 
@@ -104,20 +106,6 @@ std::multiset<Report> deviceTriggers(const fs::path& database) {
     return out;
 }
 
-std::int64_t outboxRows(const fs::path& outbox) {
-    std::int64_t rows = -1;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(outbox.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
-        sqlite3_exec(
-            db, "SELECT count(*) FROM reports",
-            [](void* out, int, char** values, char**) {
-                *static_cast<std::int64_t*>(out) = std::stoll(values[0]);
-                return 0;
-            },
-            &rows, nullptr);
-    sqlite3_close(db);
-    return rows;
-}
 
 TEST(DurableDeliveryKillTest, EveryStoredTriggerReachesTheServerOnceAcrossKilledRuns) {
     const fs::path root = fs::temp_directory_path() / ("bvgeo-kill-" + std::to_string(::getpid()));
@@ -185,7 +173,7 @@ TEST(DurableDeliveryKillTest, EveryStoredTriggerReachesTheServerOnceAcrossKilled
     for (const auto& trigger : stored)
         EXPECT_GE(received.count(trigger), stored.count(trigger))
             << std::get<0>(trigger) << " " << std::get<1>(trigger) << " " << std::get<2>(trigger);
-    EXPECT_EQ(outboxRows(device / "BVGOutbox.sqlite"), 0);
+    EXPECT_EQ(testing::sqliteScalar((device / "BVGOutbox.sqlite").string(), "SELECT count(*) FROM reports"), "0");
     std::cout << "kill loop: " << killed << " rounds killed, " << stored.size() << " triggers stored, " << received.size() << " reports received, " << duplicates << " repeats answered as duplicates\n";
     fs::remove_all(root);
 }

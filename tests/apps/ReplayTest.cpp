@@ -4,6 +4,7 @@
 #include "Replay.hpp"
 
 #include "support/FaultyServer.hpp"
+#include "support/SqliteFile.hpp"
 
 #include "track/TrackReader.hpp"
 
@@ -212,18 +213,7 @@ std::vector<std::pair<double, Point>> homeStay() {
 }
 
 std::string scalar(const fs::path& database, const std::string& sql) {
-    std::string out;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
-        sqlite3_exec(
-            db, sql.c_str(),
-            [](void* target, int, char** values, char**) {
-                *static_cast<std::string*>(target) = values[0] ? values[0] : "NULL";
-                return 1;
-            },
-            &out, nullptr);
-    sqlite3_close(db);
-    return out;
+    return testing::sqliteScalar(database.string(), sql);
 }
 
 TEST_F(ReplayTest, DamagedDatabaseIsMovedAsideAndTheReplayGoesOnIntoAFreshOne) {

@@ -1,6 +1,7 @@
 // The database file under damage, faults and growth: damaged files go aside and a
 // fresh one takes over, a failed archive move leaves the file in use, row limits keep
 // the newest rows, and the mail report attaches every committed row.
+#include "support/SqliteFile.hpp"
 #include "support/LibraryTest.hpp"
 #include "support/StoredLogs.hpp"
 
@@ -29,22 +30,7 @@ using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// First column of the first row of `sql` on the file at `path`, through a connection
-// of its own (so it sees committed rows only); "" when it cannot run.
-std::string scalar(const std::string& path, const std::string& sql) {
-    std::string out;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
-        sqlite3_exec(
-            db, sql.c_str(),
-            [](void* target, int, char** values, char**) {
-                *static_cast<std::string*>(target) = values[0] ? values[0] : "NULL";
-                return 1;
-            },
-            &out, nullptr);
-    sqlite3_close(db);
-    return out;
-}
+std::string scalar(const std::string& path, const std::string& sql) { return sqliteScalar(path, sql); }
 
 void overwrite(const std::string& path, std::streamoff offset, const std::string& bytes) {
     std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
