@@ -392,7 +392,7 @@ void DatabaseConnection::undoDurable() {
     if (durableOwnTransaction_) durableOwnTransaction_ = false;
 }
 
-void DatabaseConnection::joinWriteGroup() {
+void DatabaseConnection::joinWriteGroup(bool write) {
     if (openGroups_ == 0 || !db_) return;
     if (!groupTransaction_) {
         // IMMEDIATE takes the write lock now, so the first write of the group cannot
@@ -403,7 +403,7 @@ void DatabaseConnection::joinWriteGroup() {
         groupTransaction_ = true;
         groupWrites_ = 0;
     }
-    ++groupWrites_;
+    if (write) ++groupWrites_;
 }
 
 void DatabaseConnection::commitWriteGroup() {
@@ -426,6 +426,9 @@ bool DatabaseConnection::executeQuery(const std::string& sql, const SqlValues& a
     std::lock_guard lock(mutex_);
     bool ok = false;
     try {
+        // Inside a group a read joins the group's transaction instead of taking and
+        // dropping the file's read locks for itself.
+        if (openGroups_ > 0 && ensureOpen()) joinWriteGroup(false);
         ok = run(sql, args, &row);
     } catch (...) {
         ok = false;
