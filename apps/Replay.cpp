@@ -5,6 +5,7 @@
 #include "VirtualTimeHost.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "datastore/DatabaseConnection.hpp"
 #include "request/Outbox.hpp"
 #include "request/RequestQueue.hpp"
 #include "track/TrackReader.hpp"
@@ -21,6 +22,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <thread>
 
 namespace bvgeo::cli {
@@ -59,6 +61,9 @@ example:
 )";
 
 namespace {
+
+// Fixes played in virtual time between two commits of the database.
+constexpr std::size_t kFixesPerCommit = 64;
 
 std::vector<OptionDecl> replayOnlyDecls() {
     return {{"date"}, {"realtime", false}, {"speed"}, {"drain"}};
@@ -261,8 +266,16 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
                       !o.json && ::isatty(STDERR_FILENO) && track.fixes.back().timestamp - track.fixes.front().timestamp > 5);
     const auto wallStart = std::chrono::steady_clock::now();
     const double trackStart = track.fixes.front().timestamp;
+    // In virtual time nobody watches the file while a batch of fixes plays, so a batch
+    // is one commit (triggers still go to disk before they are printed). Played at a
+    // pace, every update commits on its own, as in a host.
+    std::optional<WriteGroup> batch;
     for (std::size_t i = 0; i < track.fixes.size(); ++i) {
         const auto& fix = track.fixes[i];
+        if (o.speed <= 0 && i % kFixesPerCommit == 0) {
+            batch.reset();
+            batch.emplace();
+        }
         if (o.speed > 0) {
             std::this_thread::sleep_until(wallStart + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                                                           std::chrono::duration<double>((fix.timestamp - trackStart) / o.speed)));
@@ -271,6 +284,8 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
         if (o.maxLogRows) requests.update();
         progress.update(i + 1);
     }
+
+    batch.reset();
 
     // Let track time run on while reports still wait to go out.
     auto& queue = RequestQueue::sharedInstance();

@@ -4,6 +4,8 @@
 // The argument of the Logger cases is ExtendedOptions::maxLogRows (0: unbounded, the
 // default), so the cost of trimming the oldest rows shows beside the plain insert;
 // the grouped case writes 20 rows per commit, as one location update does.
+#include "TemporaryDirectory.hpp"
+
 #include "datastore/DatabaseConnection.hpp"
 #include "logger/Logger.hpp"
 
@@ -22,22 +24,7 @@
 
 namespace {
 
-// A fresh directory under the system's temporary folder, removed at scope exit.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory() {
-        auto pattern = (std::filesystem::temp_directory_path() / "bvgeo-bench-XXXXXX").string();
-        if (char* made = mkdtemp(pattern.data())) path_ = made;
-    }
-    ~TemporaryDirectory() {
-        std::error_code ignored;
-        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-    }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
+using bvgeo::bench::TemporaryDirectory;
 
 // Installs the Linux platform on `directory` with the given log limit; false when it
 // could not. Debug echo off: the row is what is measured.

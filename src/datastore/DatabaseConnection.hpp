@@ -6,10 +6,11 @@
 // until close(), which checkpoints the WAL away so that only the database file is
 // left on disk; the next call opens it again.
 //
-// Write groups batch commits: while any thread holds a group open, writes share one
-// transaction, committed when the last group closes (or, under sustained load, after
-// kMaxWritesPerGroupCommit writes). A group promises no atomicity: it only saves the
-// per-commit locking and WAL frames when one unit of work writes several rows. It
+// Write groups batch commits: while any thread holds a group open, writes and reads
+// share one transaction, committed when the last group closes (or, under sustained
+// load, after kMaxWritesPerGroupCommit writes). A group promises no atomicity: it only
+// saves the per-statement locking and WAL frames when one unit of work touches several
+// rows (a WAL transaction takes and drops three locks of the -shm file). It
 // must wrap bounded, synchronous work only, since nothing it writes is visible to
 // other processes, nor safe from a crash, until the commit. What must be on disk
 // before anyone is told of it (a trigger) is written in a durable unit instead: a
@@ -134,8 +135,8 @@ private:
     Statement* prepare(const std::string& sql);
     bool bind(Statement& statement, const SqlValues& args);
     bool run(const std::string& sql, const SqlValues& args, const RowHandler* row);
-    // Opens the group's transaction before a write when a group is open.
-    void joinWriteGroup();
+    // Opens the group's transaction before a write (or a read) when a group is open.
+    void joinWriteGroup(bool write = true);
     void commitWriteGroup();
     bool inTransaction() const;
     void undoBatch(bool nested);

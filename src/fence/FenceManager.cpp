@@ -177,7 +177,10 @@ std::string FenceManager::listingEntries(const FenceList& fences, std::size_t li
 }
 
 void FenceManager::logRetrievedFences(const std::string& source, const std::string& entries) {
-    Logger::log("Fences from " + source + ": " + entries, LogCategory::FENCE, "logRetrievedFences(_:fenceList:)", 128);
+    std::string line;
+    line.reserve(source.size() + entries.size() + 14);
+    line.append("Fences from ").append(source).append(": ").append(entries);
+    Logger::log(line, LogCategory::FENCE, "logRetrievedFences(_:fenceList:)", 128);
 }
 
 } // namespace bvgeo

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 
 namespace bvgeo {
 
@@ -30,7 +31,7 @@ void Logger::log(std::string_view message, LogCategory category, std::string_vie
                                    function, line, message);
     record.timestamp = now;
     record.category = category;
-    saveLogToDatabase(record);
+    saveLogToDatabase(std::move(record));
 
     if (debugMode()) {
         std::string echo;
@@ -40,9 +41,9 @@ void Logger::log(std::string_view message, LogCategory category, std::string_vie
     }
 }
 
-void Logger::saveLogToDatabase(const Log& record) {
+void Logger::saveLogToDatabase(Log record) {
     // A log row that cannot be written is dropped; the connection reports the failure.
-    (void)Log::save(record);
+    (void)Log::save(std::move(record));
 }
 
 bool Logger::debugMode() { return debugFlag().load(std::memory_order_relaxed); }

@@ -15,7 +15,7 @@ class Logger {
 public:
     static void log(std::string_view message, LogCategory category = LogCategory::NONE,
                     std::string_view function = "", int line = 0);
-    static void saveLogToDatabase(const Log& record);
+    static void saveLogToDatabase(Log record);
 
     // Debug mode as the facade sets it (initially on): it decides the console echo.
     static bool debugMode();

@@ -20,7 +20,7 @@ public:
     std::int64_t timestamp = 0;
 
     // Adds a row. True when the insert ran.
-    static bool save(const Log& record);
+    static bool save(Log record);
     // Every row for NONE, else the rows of that category; oldest first. A category
     // text that is not one of ours reads back as NONE; NULL texts as empty text.
     static std::vector<std::shared_ptr<Log>> getLogsFromDatabase(LogCategory category = LogCategory::NONE);

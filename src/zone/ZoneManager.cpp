@@ -1,5 +1,6 @@
 #include "zone/ZoneManager.hpp"
 
+#include "datastore/DatabaseConnection.hpp"
 #include "logger/Logger.hpp"
 #include "models/FenceFetch.hpp"
 #include "network/BVReachability.hpp"
@@ -27,10 +28,14 @@ void ZoneManager::getFencesForZone(const std::string& zoneFileName, Success succ
     HTTPClient::sharedInstance().getStreamed(
         url, headers, reader,
         [success, reader](const HTTPResponse& response) {
+            // What the answer leads to (log lines, the fence table, the cached list read
+            // back) is one commit.
+            WriteGroup writes;
             FenceFetch::setZoneLastModified(response.value("Last-Modified").value_or(""));
             success(reader->takeFences(), false);
         },
         [success, failure](const HTTPResponse& response, const HTTPError& error) {
+            WriteGroup writes;
             Logger::log("Request Failed: Status (" + std::to_string(response.statusCode) + "). Network Type: " +
                             std::string(rawValue(BVReachability::isConnectedToNetworkOfType())),
                         LogCategory::ZONE, kFunction, 62);
