@@ -39,7 +39,7 @@ void seedZone(int fenceCount) {
         fences.push_back(std::make_shared<Fence>(id, name, kZoneLat + offset(random), kZoneLon + offset(random),
                                                  radius(random), std::vector<std::string>{}, true));
     }
-    Fence::saveFenceList(fences);
+    Fence::saveFenceList(fences, false);
 }
 
 void BM_WholeRoadPerPosition(benchmark::State& state) {

@@ -156,7 +156,9 @@ void FenceManager::downloadCompleted(const std::string& name, const std::string&
     for (auto& success : waiting) success(list);
 }
 
-bool FenceManager::saveFences(const FenceList& fences) { return Fence::saveFenceList(fences); }
+bool FenceManager::saveFences(const FenceList& fences) {
+    return Fence::saveFenceList(fences, BVGeoTracker::sharedInstance().isDebug());
+}
 
 FenceList FenceManager::getFencesFromDatabase() { return Fence::getFences(true); }
 
