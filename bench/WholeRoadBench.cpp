@@ -44,7 +44,7 @@ void seedZone(int fenceCount) {
         fences.push_back(std::make_shared<Fence>(id, name, kZoneLat + offset(random), kZoneLon + offset(random),
                                                  radius(random), std::vector<std::string>{}, true));
     }
-    Fence::saveFenceList(fences);
+    Fence::saveFenceList(fences, false);
 }
 
 // The library started on a zone of `fences` fences, one tracker, and a device walking

@@ -1,6 +1,7 @@
 // BVGeoTracker: the one object a host talks to. Configure it once (application id,
 // trigger mode, environment), optionally tune it, register a delegate, then start
-// and stop tracking. Every other part of the library reads its settings from here.
+// and stop tracking. What it is told reaches the rest of the library through the
+// library's settings; the getters here read the same values back.
 //
 // All operations may be called from any thread; properties are read as whole
 // copies. The delegate is always called on the main queue. Nothing throws.
@@ -12,10 +13,8 @@
 #include <bvgeo/ExtendedOptions.hpp>
 #include <bvgeo/platform/Export.hpp>
 
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -81,8 +80,8 @@ public:
     configOptions config() const;
     std::string appId() const;
     void setAppId(std::string appId);
-    bool isConfigured() const { return isConfigured_.load(std::memory_order_acquire); }
-    void setIsConfigured(bool configured) { isConfigured_.store(configured, std::memory_order_release); }
+    bool isConfigured() const;
+    void setIsConfigured(bool configured);
     TriggerMode triggerMode() const;
     std::shared_ptr<BVGeoTrackerDelegate> delegate() const;
     void setDelegate(std::shared_ptr<BVGeoTrackerDelegate> delegate);
@@ -94,18 +93,8 @@ public:
 private:
     BVGeoTracker();
 
-    mutable std::mutex mutex_; // guards the fields below; held for a few instructions
-    std::string apiUrl_;
-    std::string zonesBaseUrl_;
-    BVEnvironment environment_ = BVEnvironment::PRODUCTION;
-    configOptions config_;
-    ExtendedOptions extendedOptions_;
-    std::string appId_;
-    TriggerMode triggerMode_ = TriggerMode::BOTH;
-    std::shared_ptr<BVGeoTrackerDelegate> delegate_;
-    EnvironmentURLs urls_[4];
-
-    std::atomic<bool> isConfigured_{false};
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
 };
 
 } // namespace bvgeo

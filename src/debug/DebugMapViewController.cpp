@@ -3,9 +3,8 @@
 #include "models/DebugLocation.hpp"
 #include "models/Fence.hpp"
 #include <bvgeo/platform/NumberText.hpp>
+#include "settings/TrackerSettings.hpp"
 #include "zone/ZoneGrid.hpp"
-
-#include <bvgeo/BVGeoTracker.hpp>
 
 #include <nlohmann/json.hpp>
 
@@ -67,7 +66,7 @@ json DebugMapViewController::drawOverlays(const std::string& tileUrlTemplate) {
                           {"radius", overlay.radius},
                           {"title", fenceTitle(*fence)}});
     }
-    const double interval = BVGeoTracker::sharedInstance().config().zoneInterval;
+    const double interval = TrackerSettings::sharedInstance().config().zoneInterval;
     json position = positionJson();
     json zone = nullptr;
     if (!position.is_null() && interval > 0) {

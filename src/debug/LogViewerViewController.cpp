@@ -3,6 +3,7 @@
 #include "datastore/BV1Database.hpp"
 #include "datastore/DatabaseSnapshot.hpp"
 #include "models/Log.hpp"
+#include "settings/TrackerSettings.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
@@ -70,7 +71,7 @@ LogViewerViewController::RestartOutcome LogViewerViewController::resetAlertViewD
 
 DeviceReportFields LogViewerViewController::reportFields() {
     DeviceReportFields fields;
-    fields.deviceId = BVGeoTracker::sharedInstance().getDeviceId();
+    fields.deviceId = TrackerSettings::sharedInstance().deviceId();
     fields.deviceName = platform().device->name();
     fields.model = platform().device->model();
     fields.systemVersion = platform().device->systemVersion();

@@ -5,10 +5,10 @@
 #include "logger/Logger.hpp"
 #include "models/FenceFetch.hpp"
 #include "network/BVReachability.hpp"
+#include "settings/TrackerSettings.hpp"
 #include "zone/ZoneGrid.hpp"
 #include "zone/ZoneManager.hpp"
 
-#include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
 
@@ -26,7 +26,7 @@ FenceManager& FenceManager::sharedInstance() {
 }
 
 std::string FenceManager::getZoneFileName(double latitude, double lng) const {
-    return getZoneName(latitude, lng, BVGeoTracker::sharedInstance().config().zoneInterval);
+    return getZoneName(latitude, lng, TrackerSettings::sharedInstance().config().zoneInterval);
 }
 
 void FenceManager::getFenceList(double latitude, double lng, Success success) {
@@ -46,7 +46,7 @@ void FenceManager::getFenceList(double latitude, double lng, Success success) {
         return;
     }
     Logger::log("Zone not changed", LogCategory::ZONE, kGetFenceList, 59);
-    auto cacheExpiration = BVGeoTracker::sharedInstance().config().cacheExpiration;
+    auto cacheExpiration = TrackerSettings::sharedInstance().config().cacheExpiration;
     if (isCacheExpired(now, FenceFetch::lastCacheTime(), cacheExpiration)) {
         Logger::log("Cache expired, requesting new zone file...", LogCategory::ZONE, kGetFenceList, 64);
         download(name, "same", now, seen, std::move(success));
@@ -86,7 +86,7 @@ void FenceManager::forgetCacheOfReplacedDatabase() {
 std::shared_ptr<const std::string> FenceManager::remember(std::shared_ptr<const FenceIndex> list,
                                                           const std::string& zone) {
     auto entries = std::make_shared<const std::string>(
-        listingEntries(list->fences(), BVGeoTracker::sharedInstance().extendedOptions().fenceListingLimit));
+        listingEntries(list->fences(), TrackerSettings::sharedInstance().extendedOptions().fenceListingLimit));
     std::lock_guard lock(mutex_);
     mFenceList = std::move(list);
     mFenceListEntries = entries;
@@ -156,7 +156,9 @@ void FenceManager::downloadCompleted(const std::string& name, const std::string&
     for (auto& success : waiting) success(list);
 }
 
-bool FenceManager::saveFences(const FenceList& fences) { return Fence::saveFenceList(fences); }
+bool FenceManager::saveFences(const FenceList& fences) {
+    return Fence::saveFenceList(fences, TrackerSettings::sharedInstance().isDebug());
+}
 
 FenceList FenceManager::getFencesFromDatabase() { return Fence::getFences(true); }
 

@@ -5,8 +5,8 @@
 #include "location/TrackerRules.hpp"
 #include "logger/Logger.hpp"
 #include "models/DebugLocation.hpp"
+#include "settings/TrackerSettings.hpp"
 
-#include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/NumberText.hpp>
 #include <bvgeo/platform/Platform.hpp>
 
@@ -25,15 +25,15 @@ BaseLocationTracker::BaseLocationTracker(std::string logString, TriggerLocationE
 BaseLocationTracker::~BaseLocationTracker() { locationManager_->setDelegate(nullptr); }
 
 void BaseLocationTracker::configure(LocationTrackerFencePosition position) {
-    auto& tracker = BVGeoTracker::sharedInstance();
-    auto config = tracker.config();
+    auto& settings = TrackerSettings::sharedInstance();
+    auto config = settings.config();
     auto& manager = *locationManager_;
     manager.setDelegate(this);
     manager.setActivityType(ActivityType::Other);
     manager.setDesiredAccuracy(config.locationAccuracy);
     manager.setDistanceFilter(config.locationDistanceFilt);
     manager.setPausesLocationUpdatesAutomatically(position != LocationTrackerFencePosition::Inside);
-    if (tracker.isDebug())
+    if (settings.isDebug())
         Logger::log(logString_ + " configure with " + std::string(rawValue(position)), LogCategory::GENERAL,
                     "configure", 43);
     if (position == LocationTrackerFencePosition::InsideForTooLong) {
@@ -83,8 +83,8 @@ void BaseLocationTracker::locationManagerDidUpdateLocations(LocationManager& man
     }
     const auto& p = platform();
     int appState = static_cast<int>(p.application->applicationState());
-    auto& tracker = BVGeoTracker::sharedInstance();
-    auto config = tracker.config();
+    auto& settings = TrackerSettings::sharedInstance();
+    auto config = settings.config();
     manager.allowDeferredLocationUpdates(kLocationDistanceMax, config.locationDeferringTime);
     std::int64_t now = p.clock->now();
     const Location& newest = locations.back();
@@ -108,7 +108,7 @@ void BaseLocationTracker::locationManagerDidUpdateLocations(LocationManager& man
                                                 fencesProcessed(inside, active);
                                             });
 
-    if (tracker.isDebug()) {
+    if (settings.isDebug()) {
         auto& device = *p.device;
         Logger::log(batteryStatusLine(device.batteryState(), device.batteryLevel()), LogCategory::CLIENT,
                     kUpdateFunction, 136);
@@ -120,7 +120,7 @@ void BaseLocationTracker::fencesProcessed(const FenceList&, const ActiveFenceLis
     activatedAt.reserve(activeFences.size());
     for (const auto& fence : activeFences)
         if (fence) activatedAt.push_back(fence->activatedAt);
-    auto maxLingerTime = BVGeoTracker::sharedInstance().config().maxLingerTime;
+    auto maxLingerTime = TrackerSettings::sharedInstance().config().maxLingerTime;
     configure(fencePositionFor(activatedAt, platform().clock->now(), maxLingerTime));
 }
 

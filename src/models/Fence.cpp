@@ -3,7 +3,6 @@
 #include "datastore/BV1Database.hpp"
 #include "models/FenceListBuilder.hpp"
 
-#include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/NumberText.hpp>
 
 #include <nlohmann/json.hpp>
@@ -93,7 +92,7 @@ bool Fence::save(const Fence& fence) { return BV1Database::executeUpdate(kInsert
 
 // The clearing and every insert form one transaction: a zone file is stored whole
 // or not at all, and a large one is written in one commit.
-bool Fence::saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences) {
+bool Fence::saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences, bool keepEarlierZones) {
     std::vector<const Fence*> present;
     present.reserve(fences.size());
     for (const auto& fence : fences)
@@ -103,7 +102,7 @@ bool Fence::saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences) {
     const std::size_t full = present.size() / kFencesPerInsert;
     std::vector<SqlStatement> statements;
     statements.reserve(1 + full + present.size() % kFencesPerInsert);
-    statements.push_back({clearStatement(BVGeoTracker::sharedInstance().isDebug()), {}});
+    statements.push_back({clearStatement(keepEarlierZones), {}});
     std::size_t next = 0;
     for (std::size_t chunk = 0; chunk < full; ++chunk) {
         SqlStatement& statement = statements.emplace_back(SqlStatement{kInsertMany, {}});

@@ -36,9 +36,10 @@ public:
     static std::optional<Fence> fenceFromJson(const nlohmann::json& object);
 
     static bool save(const Fence& fence);
-    // Clears the table (in debug mode: marks every row not current), then saves each
-    // fence in order, all in one transaction: on any failure nothing changes.
-    static bool saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences);
+    // Clears the table (with keepEarlierZones, as in debug mode: marks every row not
+    // current), then saves each fence in order, all in one transaction: on any
+    // failure nothing changes.
+    static bool saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences, bool keepEarlierZones);
     static bool clearFenceCache(bool keepFences = false);
     static std::vector<std::shared_ptr<Fence>> getFences(bool onlyCurrentZone = true);
 

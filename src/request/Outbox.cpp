@@ -2,8 +2,8 @@
 
 #include "datastore/SqliteStatement.hpp"
 #include "logger/Logger.hpp"
+#include "settings/TrackerSettings.hpp"
 
-#include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
 
@@ -243,7 +243,7 @@ void Outbox::moveAside(const std::string& file, std::string_view kind, const std
 }
 
 void Outbox::applyBounds() {
-    const auto options = BVGeoTracker::sharedInstance().extendedOptions();
+    const auto options = TrackerSettings::sharedInstance().extendedOptions();
     auto drop = [&](const char* where, std::int64_t bound, const std::string& why) {
         Statement select(db_, (std::string(kSelectColumns) + where).c_str());
         if (!select || sqlite3_bind_int64(select.get(), 1, bound) != SQLITE_OK) return;

@@ -3,8 +3,8 @@
 #include "logger/Logger.hpp"
 #include "request/HTTPClient.hpp"
 #include "request/Outbox.hpp"
+#include "settings/TrackerSettings.hpp"
 
-#include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
 
@@ -43,7 +43,7 @@ RequestQueue::~RequestQueue() = default;
 // may outlive the instance that set it (a test resetting the shared instances).
 void RequestQueue::setupTimer() {
     platform().mainQueue->async([] {
-        const auto config = BVGeoTracker::sharedInstance().config();
+        const auto config = TrackerSettings::sharedInstance().config();
         platform().mainQueue->scheduleTimer(config.requestQueueTimer, config.requestQueueTolerance,
                                             [] { RequestQueue::sharedInstance().processQueue(); });
     });
@@ -59,7 +59,7 @@ void RequestQueue::setupRetryTimer() {
         retryTimerArmed_ = true;
     }
     platform().mainQueue->async([] {
-        const auto config = BVGeoTracker::sharedInstance().config();
+        const auto config = TrackerSettings::sharedInstance().config();
         platform().mainQueue->scheduleTimer(config.requestQueueRetryInterval, config.requestQueueTolerance,
                                             [] { RequestQueue::sharedInstance().retryTimerFired(); });
     });
@@ -129,7 +129,7 @@ void RequestQueue::processRetryQueue() {
 }
 
 void RequestQueue::restoreOutbox() {
-    if (!BVGeoTracker::sharedInstance().extendedOptions().durableDelivery) return;
+    if (!TrackerSettings::sharedInstance().extendedOptions().durableDelivery) return;
     {
         std::lock_guard lock(mutex_);
         if (outboxRestored_) return;
@@ -144,7 +144,7 @@ void RequestQueue::performRequest(const URLRequest& request) {
         [request](const nlohmann::json&, const HTTPResponse&) {
             Logger::log("Request Completed Successfully: " + request.url, LogCategory::REQUESTS, "performRequest",
                         111);
-            if (BVGeoTracker::sharedInstance().extendedOptions().durableDelivery)
+            if (TrackerSettings::sharedInstance().extendedOptions().durableDelivery)
                 if (auto key = request.value(Outbox::kKeyHeader)) Outbox::sharedInstance().remove(*key);
         },
         [request](const HTTPResponse&, const HTTPError&) {

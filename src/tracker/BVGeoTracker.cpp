@@ -7,20 +7,34 @@
 #include "models/FenceFetch.hpp"
 #include "models/Trigger.hpp"
 #include "request/RequestQueue.hpp"
+#include "settings/TrackerSettings.hpp"
 #include "tracker/Environments.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
 
+#include <atomic>
+#include <mutex>
+#include <utility>
+
 namespace bvgeo {
+
+// What only the facade reads; the rest of what the host says goes to TrackerSettings.
+struct BVGeoTracker::Impl {
+    // Guards the fields below; held for a few instructions. Writers that also set
+    // TrackerSettings do so under it, so two hosts' threads configuring at once
+    // leave the facade and the settings telling the same story.
+    mutable std::mutex mutex;
+    BVEnvironment environment = BVEnvironment::PRODUCTION;
+    std::string appId;
+    std::shared_ptr<BVGeoTrackerDelegate> delegate;
+    EnvironmentURLs urls[4];
+
+    std::atomic<bool> isConfigured{false};
+};
 
 namespace {
 constexpr std::string_view kConfigureFunction = "configure(_:triggerMode:environment:)";
-
-std::mutex& deviceIdMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
 
 bool isUnsafeArchiveName(const std::string& name) {
     return name == "." || name == ".." || name.find('/') != std::string::npos ||
@@ -37,8 +51,8 @@ BVGeoTracker& BVGeoTracker::sharedInstance() {
     return slot.get([] { return std::unique_ptr<BVGeoTracker>(new BVGeoTracker()); });
 }
 
-BVGeoTracker::BVGeoTracker() {
-    for (int raw = 0; raw < 4; ++raw) urls_[raw] = defaultEnvironmentURLs(static_cast<BVEnvironment>(raw));
+BVGeoTracker::BVGeoTracker() : impl_(std::make_unique<Impl>()) {
+    for (int raw = 0; raw < 4; ++raw) impl_->urls[raw] = defaultEnvironmentURLs(static_cast<BVEnvironment>(raw));
     Logger::setDebugMode(true);
     platform().console->log("SDK LOG: BVGeoTracker.init()");
 }
@@ -58,19 +72,20 @@ void BVGeoTracker::configure(const std::string& appId, int triggerMode, int envi
         setIsConfigured(false);
     } else {
         bool debug = *env != BVEnvironment::PRODUCTION;
+        auto& settings = TrackerSettings::sharedInstance();
         {
-            std::lock_guard lock(mutex_);
-            const auto& urls = urls_[rawValue(*env)];
-            environment_ = *env;
-            apiUrl_ = urls.apiBase + appId + "/";
-            zonesBaseUrl_ = urls.assetsBase + appId + "/zones/";
+            std::lock_guard lock(impl_->mutex);
+            const auto& urls = impl_->urls[rawValue(*env)];
+            impl_->environment = *env;
+            settings.setApiUrl(urls.apiBase + appId + "/");
+            settings.setZonesBaseUrl(urls.assetsBase + appId + "/zones/");
         }
         setIsDebug(debug);
         if (debug) platform().device->setBatteryMonitoringEnabled(true);
         {
-            std::lock_guard lock(mutex_);
-            appId_ = appId;
-            triggerMode_ = *mode;
+            std::lock_guard lock(impl_->mutex);
+            impl_->appId = appId;
+            settings.setTriggerMode(*mode);
         }
         setIsConfigured(true);
     }
@@ -83,14 +98,18 @@ void BVGeoTracker::configure(const std::string& appId, int triggerMode, int envi
 void BVGeoTracker::setParameters(double accuracy, double distanceFilter, std::int64_t cacheExpiration,
                                  double zoneInterval, std::int64_t lingerTime, std::int64_t maxLingerTime,
                                  double requestRetryInterval) {
-    std::lock_guard lock(mutex_);
-    config_.locationAccuracy = accuracy;
-    config_.locationDistanceFilt = distanceFilter;
-    config_.cacheExpiration = cacheExpiration;
-    config_.zoneInterval = zoneInterval;
-    config_.lingerTime = lingerTime;
-    config_.maxLingerTime = maxLingerTime;
-    config_.requestQueueRetryInterval = requestRetryInterval;
+    auto& settings = TrackerSettings::sharedInstance();
+    // Under the facade's lock: two calls at once must not each keep half of the other.
+    std::lock_guard lock(impl_->mutex);
+    configOptions config = settings.config();
+    config.locationAccuracy = accuracy;
+    config.locationDistanceFilt = distanceFilter;
+    config.cacheExpiration = cacheExpiration;
+    config.zoneInterval = zoneInterval;
+    config.lingerTime = lingerTime;
+    config.maxLingerTime = maxLingerTime;
+    config.requestQueueRetryInterval = requestRetryInterval;
+    settings.setConfig(config);
 }
 
 void BVGeoTracker::start() {
@@ -126,12 +145,7 @@ bool BVGeoTracker::verifyParams(const std::optional<std::string>& appId) {
     return true;
 }
 
-std::string BVGeoTracker::getDeviceId() {
-    // Two first callers at once must not each store a different identifier.
-    std::lock_guard lock(deviceIdMutex());
-    if (FenceFetch::deviceId().empty()) FenceFetch::setDeviceId(platform().uuids->newUuid());
-    return FenceFetch::deviceId();
-}
+std::string BVGeoTracker::getDeviceId() { return TrackerSettings::sharedInstance().deviceId(); }
 
 std::string BVGeoTracker::getAppId() const { return appId(); }
 
@@ -157,88 +171,80 @@ void BVGeoTracker::reset(const std::string& name, const std::function<void()>& s
 }
 
 void BVGeoTracker::setExtendedOptions(const ExtendedOptions& options) {
-    {
-        std::lock_guard lock(mutex_);
-        extendedOptions_ = options;
-    }
-    // The storage layer cannot read the facade: the limits go down to it.
+    TrackerSettings::sharedInstance().setExtendedOptions(options);
+    // Storage sits above the settings and cannot read them: the limits go down to it.
     BV1Database::setRowLimit("log", options.maxLogRows);
     BV1Database::setRowLimit("locations", options.maxLocationRows);
 }
 
-ExtendedOptions BVGeoTracker::extendedOptions() const {
-    std::lock_guard lock(mutex_);
-    return extendedOptions_;
-}
+ExtendedOptions BVGeoTracker::extendedOptions() const { return TrackerSettings::sharedInstance().extendedOptions(); }
 
 std::vector<std::shared_ptr<BVTrigger>> BVGeoTracker::listTriggers() { return Trigger::list(); }
 
 void BVGeoTracker::setEnvironmentURLs(BVEnvironment environment, EnvironmentURLs urls) {
-    std::lock_guard lock(mutex_);
-    urls_[rawValue(environment)] = std::move(urls);
+    std::lock_guard lock(impl_->mutex);
+    impl_->urls[rawValue(environment)] = std::move(urls);
 }
 
 EnvironmentURLs BVGeoTracker::environmentURLs(BVEnvironment environment) const {
-    std::lock_guard lock(mutex_);
-    return urls_[rawValue(environment)];
+    std::lock_guard lock(impl_->mutex);
+    return impl_->urls[rawValue(environment)];
 }
 
-std::string BVGeoTracker::apiUrl() const {
-    std::lock_guard lock(mutex_);
-    return apiUrl_;
-}
+std::string BVGeoTracker::apiUrl() const { return TrackerSettings::sharedInstance().apiUrl(); }
+void BVGeoTracker::setApiUrl(std::string url) { TrackerSettings::sharedInstance().setApiUrl(std::move(url)); }
 
-void BVGeoTracker::setApiUrl(std::string url) {
-    std::lock_guard lock(mutex_);
-    apiUrl_ = std::move(url);
-}
-
-std::string BVGeoTracker::zonesBaseUrl() const {
-    std::lock_guard lock(mutex_);
-    return zonesBaseUrl_;
-}
-
+std::string BVGeoTracker::zonesBaseUrl() const { return TrackerSettings::sharedInstance().zonesBaseUrl(); }
 void BVGeoTracker::setZonesBaseUrl(std::string url) {
-    std::lock_guard lock(mutex_);
-    zonesBaseUrl_ = std::move(url);
+    TrackerSettings::sharedInstance().setZonesBaseUrl(std::move(url));
 }
 
-bool BVGeoTracker::isDebug() const { return Logger::debugMode(); }
-void BVGeoTracker::setIsDebug(bool debug) { Logger::setDebugMode(debug); }
+bool BVGeoTracker::isDebug() const { return TrackerSettings::sharedInstance().isDebug(); }
+void BVGeoTracker::setIsDebug(bool debug) { TrackerSettings::sharedInstance().setIsDebug(debug); }
 
 BVEnvironment BVGeoTracker::environment() const {
-    std::lock_guard lock(mutex_);
-    return environment_;
+    std::lock_guard lock(impl_->mutex);
+    return impl_->environment;
 }
 
-configOptions BVGeoTracker::config() const {
-    std::lock_guard lock(mutex_);
-    return config_;
-}
+configOptions BVGeoTracker::config() const { return TrackerSettings::sharedInstance().config(); }
 
 std::string BVGeoTracker::appId() const {
-    std::lock_guard lock(mutex_);
-    return appId_;
+    std::lock_guard lock(impl_->mutex);
+    return impl_->appId;
 }
 
 void BVGeoTracker::setAppId(std::string appId) {
-    std::lock_guard lock(mutex_);
-    appId_ = std::move(appId);
+    std::lock_guard lock(impl_->mutex);
+    impl_->appId = std::move(appId);
 }
 
-TriggerMode BVGeoTracker::triggerMode() const {
-    std::lock_guard lock(mutex_);
-    return triggerMode_;
+bool BVGeoTracker::isConfigured() const { return impl_->isConfigured.load(std::memory_order_acquire); }
+void BVGeoTracker::setIsConfigured(bool configured) {
+    impl_->isConfigured.store(configured, std::memory_order_release);
 }
+
+TriggerMode BVGeoTracker::triggerMode() const { return TrackerSettings::sharedInstance().triggerMode(); }
 
 std::shared_ptr<BVGeoTrackerDelegate> BVGeoTracker::delegate() const {
-    std::lock_guard lock(mutex_);
-    return delegate_;
+    std::lock_guard lock(impl_->mutex);
+    return impl_->delegate;
 }
 
 void BVGeoTracker::setDelegate(std::shared_ptr<BVGeoTrackerDelegate> delegate) {
-    std::lock_guard lock(mutex_);
-    delegate_ = std::move(delegate);
+    TrackerSettings::TriggerDelegate deliver;
+    // The tracker is looked up at each call rather than captured: a trigger posted
+    // before a reset of the shared instances may run after it.
+    if (delegate)
+        deliver = [delegate](std::shared_ptr<BVTrigger> trigger) {
+            delegate->BVGeoTrackerOnFenceTriggered(BVGeoTracker::sharedInstance(), std::move(trigger));
+        };
+    std::shared_ptr<BVGeoTrackerDelegate> old;
+    {
+        std::lock_guard lock(impl_->mutex);
+        TrackerSettings::sharedInstance().setDelegate(std::move(deliver));
+        old = std::exchange(impl_->delegate, std::move(delegate));
+    }
 }
 
 } // namespace bvgeo

@@ -7,9 +7,9 @@
 #include "request/HTTPClient.hpp"
 #include "request/Outbox.hpp"
 #include "request/RequestQueue.hpp"
+#include "settings/TrackerSettings.hpp"
 #include "trigger/TriggerRules.hpp"
 
-#include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
 
@@ -35,7 +35,7 @@ void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventT
 void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success) {
     WriteGroup writes; // one commit for the log rows of this update; triggers go durably below
     ActiveFenceList snapshot = getActiveFences();
-    auto config = BVGeoTracker::sharedInstance().config();
+    auto config = TrackerSettings::sharedInstance().config();
 
     std::vector<std::string> insideIds;
     insideIds.reserve(fences.size());
@@ -131,7 +131,7 @@ bool TriggerManager::removeFenceFromActive(const std::shared_ptr<ActiveFence>& f
 }
 
 bool TriggerManager::checkIfIsLinger(const ActiveFence& fence) {
-    auto config = BVGeoTracker::sharedInstance().config();
+    auto config = TrackerSettings::sharedInstance().config();
     return isLingerDue(platform().clock->now(), fence.activatedAt, fence.lastTriggerAt, config.lingerTime,
                        config.maxLingerTime);
 }
@@ -139,11 +139,11 @@ bool TriggerManager::checkIfIsLinger(const ActiveFence& fence) {
 void TriggerManager::sendTrigger(const std::string& fenceId, const std::string& fenceName, TriggerType type,
                                  TriggerLocationEventType locationEvent) {
     auto& engine = sharedInstance();
-    auto& tracker = BVGeoTracker::sharedInstance();
+    auto& settings = TrackerSettings::sharedInstance();
     // Called on its own (not from a job), the trigger is a durable unit by itself.
     std::optional<DurableWrite> own;
     if (!engine.job_) own.emplace();
-    auto trigger = std::make_shared<BVTrigger>(tracker.getDeviceId(), type, platform().clock->now(), fenceId,
+    auto trigger = std::make_shared<BVTrigger>(settings.deviceId(), type, platform().clock->now(), fenceId,
                                                fenceName, locationEvent);
     const bool saved = Trigger::save(*trigger);
     Logger::log("New Trigger: " + std::string(rawValue(type)) + " - fenceName: " + fenceName + " fenceId: " + fenceId,
@@ -151,7 +151,7 @@ void TriggerManager::sendTrigger(const std::string& fenceId, const std::string& 
     if (engine.job_) {
         engine.job_->triggers.push_back(trigger);
         std::optional<URLRequest> report;
-        if (tracker.triggerMode() != TriggerMode::LOCAL_ONLY && tracker.extendedOptions().durableDelivery)
+        if (settings.triggerMode() != TriggerMode::LOCAL_ONLY && settings.extendedOptions().durableDelivery)
             report = buildRemoteTrigger(*trigger);
         engine.job_->reports.push_back(std::move(report));
         if (!saved) engine.job_->stored = false;
@@ -161,9 +161,9 @@ void TriggerManager::sendTrigger(const std::string& fenceId, const std::string& 
 }
 
 void TriggerManager::announceTrigger(const std::shared_ptr<BVTrigger>& trigger, std::optional<URLRequest> report) {
-    auto& tracker = BVGeoTracker::sharedInstance();
-    auto mode = tracker.triggerMode();
-    if (mode != TriggerMode::REMOTE_ONLY && tracker.delegate())
+    auto& settings = TrackerSettings::sharedInstance();
+    auto mode = settings.triggerMode();
+    if (mode != TriggerMode::REMOTE_ONLY && settings.delegate())
         platform().mainQueue->async([trigger] { sendLocalTrigger(trigger); });
     if (mode == TriggerMode::LOCAL_ONLY) return;
     if (report)
@@ -173,8 +173,7 @@ void TriggerManager::announceTrigger(const std::shared_ptr<BVTrigger>& trigger, 
 }
 
 void TriggerManager::sendLocalTrigger(const std::shared_ptr<BVTrigger>& trigger) {
-    auto& tracker = BVGeoTracker::sharedInstance();
-    if (auto delegate = tracker.delegate()) delegate->BVGeoTrackerOnFenceTriggered(tracker, trigger);
+    if (auto delegate = TrackerSettings::sharedInstance().delegate()) (*delegate)(trigger);
 }
 
 void TriggerManager::sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger) {
@@ -182,7 +181,7 @@ void TriggerManager::sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger
 }
 
 std::optional<URLRequest> TriggerManager::buildRemoteTrigger(const BVTrigger& trigger) {
-    std::string url = BVGeoTracker::sharedInstance().apiUrl() + "trigger?sdk_ver=" + std::string(SDK_VERSION);
+    std::string url = TrackerSettings::sharedInstance().apiUrl() + "trigger?sdk_ver=" + std::string(SDK_VERSION);
     if (!isValidHTTPURL(url)) {
         Logger::log("Trigger not sent: invalid URL: " + url, LogCategory::REQUESTS, "sendRemoteTrigger(_:)", 171);
         return std::nullopt;
@@ -193,7 +192,7 @@ std::optional<URLRequest> TriggerManager::buildRemoteTrigger(const BVTrigger& tr
     const std::string key = platform().uuids->newUuid();
     auto request = HTTPClient::sharedInstance().request(url, HTTPMethod::POST, parameters,
                                                         nlohmann::json{{std::string(Outbox::kKeyHeader), key}});
-    if (BVGeoTracker::sharedInstance().extendedOptions().durableDelivery) {
+    if (TrackerSettings::sharedInstance().extendedOptions().durableDelivery) {
         // Leftovers of an earlier process go first, then this report is made durable
         // before anything can send it.
         RequestQueue::sharedInstance().restoreOutbox();

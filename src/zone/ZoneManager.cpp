@@ -5,9 +5,8 @@
 #include "models/FenceFetch.hpp"
 #include "network/BVReachability.hpp"
 #include "request/HTTPClient.hpp"
+#include "settings/TrackerSettings.hpp"
 #include "zone/ZoneFileReader.hpp"
-
-#include <bvgeo/BVGeoTracker.hpp>
 
 namespace bvgeo {
 
@@ -16,7 +15,7 @@ constexpr std::string_view kFunction = "getFencesForZone(_:success:failure:)";
 } // namespace
 
 void ZoneManager::getFencesForZone(const std::string& zoneFileName, Success success, Failure failure) {
-    std::string url = BVGeoTracker::sharedInstance().zonesBaseUrl() + zoneFileName;
+    std::string url = TrackerSettings::sharedInstance().zonesBaseUrl() + zoneFileName;
     // Nothing stored means an unconditional request: the header is left out.
     nlohmann::json headers = nlohmann::json::object();
     if (auto lastModified = FenceFetch::zoneLastModified(); !lastModified.empty())

@@ -84,11 +84,14 @@ protected:
 TEST_F(DebugConsoleTest, MapShowsOnlyCurrentZoneFencesAroundTheNewestPosition) {
     auto& tracker = BVGeoTracker::sharedInstance();
     tracker.setParameters(kLocationAccuracyHundredMeters, 50.0, 3600, 0.1);
-    tracker.setIsDebug(true); // earlier zones' fences stay in the table, marked not current
-    Fence::saveFenceList({std::make_shared<Fence>("e", "Earlier", -23.45, -46.55, 50, std::vector<std::string>{}, true)});
+    // As in debug mode: the earlier zone's fence stays in the table, marked not current.
+    const bool keepEarlierZones = true;
+    Fence::saveFenceList({std::make_shared<Fence>("e", "Earlier", -23.45, -46.55, 50, std::vector<std::string>{}, true)},
+                         keepEarlierZones);
     Fence::saveFenceList({std::make_shared<Fence>("s", "Shop", -23.5505, -46.634, 100, std::vector<std::string>{}, true),
                           std::make_shared<Fence>("x", "<img src=x onerror=alert(1)>", -23.551, -46.633, 12.5,
-                                                  std::vector<std::string>{}, true)});
+                                                  std::vector<std::string>{}, true)},
+                         keepEarlierZones);
     start();
 
     EXPECT_TRUE(getJson("/api/map")["position"].is_null()) << "no history yet";

@@ -3,8 +3,6 @@
 #include "datastore/BV1Database.hpp"
 #include "models/Fence.hpp"
 
-#include <bvgeo/BVGeoTracker.hpp>
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -52,7 +50,7 @@ TEST_F(FenceTest, StoredFencesReadBackAsTheyWereIncludingQuotes) {
         std::make_shared<Fence>("f2", "Plain", 51.0, 0.7, 25.5, std::vector<std::string>{}, true),
         std::make_shared<Fence>("f3", "Comma", 1.0, 2.0, 3.0, std::vector<std::string>{"x, y"}, true),
     };
-    ASSERT_TRUE(Fence::saveFenceList(fences));
+    ASSERT_TRUE(Fence::saveFenceList(fences, false));
     auto read = Fence::getFences();
     ASSERT_EQ(read.size(), 3u);
     EXPECT_EQ(read[0]->id, "f'1");
@@ -72,13 +70,12 @@ TEST_F(FenceTest, StoredFencesReadBackAsTheyWereIncludingQuotes) {
     EXPECT_THAT(texts, ElementsAre("-23.5", "-46.6", "51", "0.7", "1", "2"));
 }
 
-TEST_F(FenceTest, DebugModeKeepsEarlierZonesMarkedNotCurrent) {
+TEST_F(FenceTest, KeptEarlierZonesStayMarkedNotCurrentOtherwiseTheTableIsEmptied) {
     auto make = [](std::string id) {
         return std::make_shared<Fence>(id, id, 1.0, 1.0, 10.0, std::vector<std::string>{}, true);
     };
-    BVGeoTracker::sharedInstance().configure("app", 0, BVEnvironments::QA); // debug mode
-    ASSERT_TRUE(Fence::saveFenceList({make("a"), make("b")}));
-    ASSERT_TRUE(Fence::saveFenceList({make("b"), make("c")}));
+    ASSERT_TRUE(Fence::saveFenceList({make("a"), make("b")}, true));
+    ASSERT_TRUE(Fence::saveFenceList({make("b"), make("c")}, true));
     auto ids = [](const std::vector<std::shared_ptr<Fence>>& list) {
         std::vector<std::string> out;
         for (const auto& f : list) out.push_back(f->id + (f->current_zone ? "+" : "-"));
@@ -87,19 +84,19 @@ TEST_F(FenceTest, DebugModeKeepsEarlierZonesMarkedNotCurrent) {
     EXPECT_THAT(ids(Fence::getFences(true)), ElementsAre("b+", "c+"));
     EXPECT_THAT(ids(Fence::getFences(false)), ElementsAre("a-", "b+", "c+"));
 
-    BVGeoTracker::sharedInstance().configure("app", 0, BVEnvironments::Production);
-    ASSERT_TRUE(Fence::saveFenceList({}));
-    EXPECT_TRUE(Fence::getFences(false).empty()) << "outside debug mode the table is emptied";
+    ASSERT_TRUE(Fence::saveFenceList({}, false));
+    EXPECT_TRUE(Fence::getFences(false).empty()) << "without keeping, the table is emptied";
 }
 
 TEST_F(FenceTest, AZoneFileIsStoredWholeOrNotAtAll) {
     auto make = [](std::string id) {
         return std::make_shared<Fence>(id, id, 1.0, 1.0, 10.0, std::vector<std::string>{}, true);
     };
-    ASSERT_TRUE(Fence::saveFenceList({make("old")}));
+    ASSERT_TRUE(Fence::saveFenceList({make("old")}, true));
     ASSERT_TRUE(BV1Database::executeStatements(
         "CREATE TRIGGER refuse BEFORE INSERT ON fence WHEN NEW.id = 'bad' BEGIN SELECT RAISE(ABORT, 'no'); END;"));
-    EXPECT_FALSE(Fence::saveFenceList({make("a"), make("bad"), make("c")}));
+    // Keeping earlier zones: the clearing is an UPDATE, whose undoing shows in current_zone.
+    EXPECT_FALSE(Fence::saveFenceList({make("a"), make("bad"), make("c")}, true));
     auto left = Fence::getFences(false);
     ASSERT_EQ(left.size(), 1u);
     EXPECT_EQ(left[0]->id, "old");
@@ -115,7 +112,7 @@ TEST_F(FenceTest, ALargeListIsStoredInOrderWithTheLaterOfTwoEqualIdsKept) {
                                                  std::vector<std::string>{"c" + std::to_string(i)}, true));
     }
     fences.insert(fences.begin() + 7, nullptr);
-    ASSERT_TRUE(Fence::saveFenceList(fences));
+    ASSERT_TRUE(Fence::saveFenceList(fences, false));
     auto read = Fence::getFences();
     ASSERT_EQ(read.size(), 298u);
     std::vector<std::string> names;
