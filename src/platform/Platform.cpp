@@ -24,7 +24,7 @@ Installed& installed() {
 
 bool complete(const Platform& p) {
     return p.clock && p.mainQueue && p.dispatchQueues && p.settings && p.files && p.uuids && p.console &&
-           p.dateFormatter && p.application && p.device && p.locationService;
+           p.dateFormatter && p.application && p.device && p.locationService && p.reachability;
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include <bvgeo/platform/FileSystem.hpp>
 #include <bvgeo/platform/LocationService.hpp>
 #include <bvgeo/platform/MainQueue.hpp>
+#include <bvgeo/platform/Reachability.hpp>
 #include <bvgeo/platform/SettingsStore.hpp>
 #include <bvgeo/platform/Uuid.hpp>
 
@@ -32,6 +33,7 @@ struct BVGEO_API Platform {
     std::shared_ptr<Application> application;
     std::shared_ptr<Device> device;
     std::shared_ptr<LocationService> locationService;
+    std::shared_ptr<Reachability> reachability;
 };
 
 // Installs `bundle` as the platform. Call before the library's first use, or (in

@@ -11,6 +11,8 @@
 #include "request/HTTPResponse.hpp"
 #include "request/URLRequest.hpp"
 
+#include <bvgeo/platform/linux/CurlSetup.hpp>
+
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -21,12 +23,6 @@
 #include <vector>
 
 namespace bvgeo {
-
-// libcurl's process-wide set-up, done once; safe to call from any thread.
-void ensureCurlReady();
-
-// True for an absolute http or https URL with a host, as libcurl parses it.
-bool isValidHTTPURL(const std::string& url);
 
 class CurlTransport {
 public:

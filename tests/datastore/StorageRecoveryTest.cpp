@@ -13,7 +13,7 @@
 #include "models/Log.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/testing/ForwardingFileSystem.hpp>
+#include <bvgeo/platform/testing/ForwardingPlatform.hpp>
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>
@@ -140,10 +140,7 @@ TEST_F(StorageRecoveryTest, FailingRenameInResetKeepsTheFileInUseAndTheNextReset
         }
         bool refuse = true;
     };
-    auto bundle = sim().bundle();
-    auto files = std::make_shared<RefusingMoves>(bundle.files);
-    bundle.files = files;
-    installPlatform(bundle);
+    auto files = installWrapped<RefusingMoves>();
 
     auto& tracker = BVGeoTracker::sharedInstance();
     tracker.configure("app", 0, 3);

@@ -121,14 +121,15 @@ TEST_F(WholeRoadTest, ZoneFileComesFromMemoryTableOrServerByZoneAndAge) {
 
 TEST_F(WholeRoadTest, FailedDownloadCallsNothingAndTheNextPositionTriesAgain) {
     setZoneAnswer({500, "", ""});
+    sim().reachability->setType(BVReachabilityType::WWAN);
     startHost();
     deliver(kLat, kLon, kT0);
     auto zone = storedLines(LogCategory::ZONE);
     EXPECT_TRUE(std::any_of(zone.begin(), zone.end(), [](const std::string& line) {
-        return line.find("Request Failed: Status (500). Network Type: ") != std::string::npos;
+        return line.ends_with("Request Failed: Status (500). Network Type: WWAN");
     }));
     EXPECT_TRUE(std::any_of(zone.begin(), zone.end(), [](const std::string& line) {
-        return line.find("getFencesFromZone(_:success:) [Line 112]: Zone file retrive failed. Network Type: ") == 0;
+        return line == "getFencesFromZone(_:success:) [Line 112]: Zone file retrive failed. Network Type: WWAN";
     }));
     EXPECT_TRUE(delegate->received.empty());
     EXPECT_EQ(FenceFetch::lastZoneFile(), "");

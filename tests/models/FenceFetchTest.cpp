@@ -4,6 +4,7 @@
 
 #include <bvgeo/platform/linux/FileSettingsStore.hpp>
 #include <bvgeo/platform/linux/PosixFileSystem.hpp>
+#include <bvgeo/platform/testing/ForwardingPlatform.hpp>
 
 #include <atomic>
 
@@ -12,35 +13,24 @@ namespace {
 
 // The real file system, with the settings file's replacements counted and, on
 // demand, refused (a full disk).
-class CountingFileSystem final : public FileSystem {
+class CountingFileSystem final : public ForwardingFileSystem {
 public:
-    explicit CountingFileSystem(std::string directory) : real_(std::move(directory)) {}
-    std::string documentsDirectory() const override { return real_.documentsDirectory(); }
-    bool fileExists(const std::string& path) const override { return real_.fileExists(path); }
-    FileResult moveItem(const std::string& from, const std::string& to) override { return real_.moveItem(from, to); }
-    FileResult removeItem(const std::string& path) override { return real_.removeItem(path); }
-    FileResult createDirectories(const std::string& path) override { return real_.createDirectories(path); }
-    FileResult readFile(const std::string& path, std::string& contents) const override {
-        return real_.readFile(path, contents);
-    }
+    using ForwardingFileSystem::ForwardingFileSystem;
     FileResult writeFileAtomically(const std::string& path, const std::string& contents) override {
         ++writes;
         if (full) return FileResult::failure("No space left on device");
-        return real_.writeFileAtomically(path, contents);
+        return ForwardingFileSystem::writeFileAtomically(path, contents);
     }
     std::atomic<int> writes{0};
     std::atomic<bool> full{false};
-
-private:
-    PosixFileSystem real_;
 };
 
 class FenceFetchTest : public LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
-        files = std::make_shared<CountingFileSystem>(sim().documentsDirectory());
         Platform bundle = sim().bundle();
+        files = std::make_shared<CountingFileSystem>(bundle.files);
         bundle.settings = std::make_shared<FileSettingsStore>(path(), files, sim().console);
         installPlatform(bundle);
     }

@@ -1,6 +1,6 @@
 #include <bvgeo/platform/linux/FileSettingsStore.hpp>
 #include <bvgeo/platform/linux/PosixFileSystem.hpp>
-#include <bvgeo/platform/testing/ForwardingFileSystem.hpp>
+#include <bvgeo/platform/testing/ForwardingPlatform.hpp>
 #include <bvgeo/platform/testing/TestPlatform.hpp>
 
 #include <nlohmann/json.hpp>

@@ -2,6 +2,7 @@
 
 #include <bvgeo/platform/SimulatedLocationService.hpp>
 #include <bvgeo/platform/linux/FileSettingsStore.hpp>
+#include <bvgeo/platform/linux/LinuxReachability.hpp>
 #include <bvgeo/platform/linux/LocalDateFormatter.hpp>
 #include <bvgeo/platform/linux/PosixFileSystem.hpp>
 #include <bvgeo/platform/linux/PowerSupplyDevice.hpp>
@@ -70,6 +71,7 @@ Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
     p.device = std::make_shared<PowerSupplyDevice>(options.powerSupplyDirectory, std::chrono::seconds(1));
     p.locationService =
         options.locationService ? options.locationService : std::make_shared<SimulatedLocationService>();
+    p.reachability = std::make_shared<LinuxReachability>();
     return p;
 }
 

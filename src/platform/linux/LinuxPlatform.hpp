@@ -1,8 +1,9 @@
 // The default platform on Linux: system clock, a main queue on a thread of the
 // library's own (or on the host's thread), thread-backed serial queues, a settings
-// file beside the database, the documents directory the host chose, and the
-// battery under /sys/class/power_supply. Positions come from whatever location
-// service the host passes; without one, a simulated service that the host feeds.
+// file beside the database, the documents directory the host chose, the battery
+// under /sys/class/power_supply and reachability from the routing tables. Positions
+// come from whatever location service the host passes; without one, a simulated
+// service that the host feeds.
 #pragma once
 
 #include <bvgeo/platform/Export.hpp>

@@ -41,6 +41,7 @@ TestPlatform::TestPlatform(TestPlatformOptions options)
       console(std::make_shared<RecordingConsole>()),
       device(std::make_shared<TestDevice>()),
       locationService(std::make_shared<SimulatedLocationService>()),
+      reachability(std::make_shared<TestReachability>()),
       options_(options),
       documents_(makeTemporaryDirectory()) {
     bundle_.clock = clock;
@@ -54,6 +55,7 @@ TestPlatform::TestPlatform(TestPlatformOptions options)
     bundle_.application = std::make_shared<StaticApplication>();
     bundle_.device = device;
     bundle_.locationService = locationService;
+    bundle_.reachability = reachability;
 }
 
 TestPlatform::~TestPlatform() {

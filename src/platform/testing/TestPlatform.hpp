@@ -1,8 +1,9 @@
 // The testing bundle: a platform whose time, main queue and serial queues move only
 // when the test moves them, an in-memory settings store, a real documents directory
-// in a fresh temporary folder, a console that records its lines, a fixed time zone
-// and a simulated location service. Host applications can test against bvgeo with
-// it the same way the library's own tests do.
+// in a fresh temporary folder, a console that records its lines, a fixed time zone,
+// a simulated location service and a network whose reachability the test sets.
+// Host applications can test against bvgeo with it the same way the library's own
+// tests do.
 //
 // Everything runs on the test's thread: pumping runs queued work inline, in order.
 #pragma once
@@ -15,6 +16,7 @@
 #include <bvgeo/platform/testing/RecordingConsole.hpp>
 #include <bvgeo/platform/SimulatedLocationService.hpp>
 #include <bvgeo/platform/testing/TestDevice.hpp>
+#include <bvgeo/platform/testing/TestReachability.hpp>
 #include <bvgeo/platform/testing/InMemorySettingsStore.hpp>
 
 #include <memory>
@@ -67,6 +69,7 @@ public:
     std::shared_ptr<RecordingConsole> console;
     std::shared_ptr<TestDevice> device;
     std::shared_ptr<SimulatedLocationService> locationService;
+    std::shared_ptr<TestReachability> reachability;
 
 private:
     TestPlatformOptions options_;

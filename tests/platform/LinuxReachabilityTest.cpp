@@ -1,9 +1,9 @@
-#include <bvgeo/platform/SharedInstance.hpp>
-
-#include "support/LibraryTest.hpp"
 #include "support/LoopbackServer.hpp"
 
-#include "network/BVReachability.hpp"
+#include <bvgeo/platform/linux/LinuxReachability.hpp>
+#include <bvgeo/platform/testing/TestPlatform.hpp>
+
+#include <gtest/gtest.h>
 
 #include <fstream>
 
@@ -65,71 +65,59 @@ TEST(RouteTableTest, DefaultRouteAndItsInterfaceDecideTheType) {
          ipv6Route("wwan0", kZero6, "00"), BVReachabilityType::WiFi},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(BVReachability::typeFromFlags(routeFlags(c.ipv4, c.ipv6)), c.expected) << c.name;
+        EXPECT_EQ(LinuxReachability::typeFromFlags(routeFlags(c.ipv4, c.ipv6)), c.expected) << c.name;
 
     EXPECT_EQ(rawValue(BVReachabilityType::WWAN), "WWAN");
     EXPECT_EQ(rawValue(BVReachabilityType::WiFi), "WiFi");
     EXPECT_EQ(rawValue(BVReachabilityType::NotConnected), "NotConnected");
 }
 
-class BVReachabilityTest : public LibraryTest {
+class LinuxReachabilityTest : public ::testing::Test {
 protected:
-    void TearDown() override {
-        BVReachability::setProbeURL("");
-        BVReachability::setRouteFiles("", "");
-        BVReachability::setSteadyClock({});
-        LibraryTest::TearDown();
-    }
     std::string write(const std::string& name, const std::string& text) {
-        auto path = sim().documentsDirectory() + "/" + name;
+        auto path = scratch.documentsDirectory() + "/" + name;
         std::ofstream(path) << text;
         return path;
     }
+
+    TestPlatform scratch; // for its temporary directory
 };
 
-TEST_F(BVReachabilityTest, ConnectionTypeIsReadFromTheRouteFiles) {
+TEST_F(LinuxReachabilityTest, ConnectionTypeIsReadFromTheRouteFiles) {
     auto ipv4 = write("route", kIPv4Header + ipv4Route("wwan0", "00000000", "00000000"));
     auto ipv6 = write("ipv6_route", kLoopback6);
-    BVReachability::setRouteFiles(ipv4, ipv6);
-    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::WWAN);
-
-    BVReachability::setRouteFiles(sim().documentsDirectory() + "/missing", ipv6);
-    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::NotConnected);
+    EXPECT_EQ(LinuxReachability({.ipv4RouteFile = ipv4, .ipv6RouteFile = ipv6}).isConnectedToNetworkOfType(),
+              BVReachabilityType::WWAN);
+    EXPECT_EQ(LinuxReachability({.ipv4RouteFile = scratch.documentsDirectory() + "/missing", .ipv6RouteFile = ipv6})
+                  .isConnectedToNetworkOfType(),
+              BVReachabilityType::NotConnected);
 }
 
-TEST_F(BVReachabilityTest, TheRouteFilesAreReadAtMostOncePerSecond) {
+TEST_F(LinuxReachabilityTest, TheRouteFilesAreReadAtMostOncePerSecond) {
     auto now = std::chrono::steady_clock::time_point{} + std::chrono::hours(1);
-    BVReachability::setSteadyClock([&] { return now; });
     auto ipv4 = write("route", kIPv4Header + ipv4Route("wlan0", "00000000", "00000000"));
     auto ipv6 = write("ipv6_route", kLoopback6);
-    BVReachability::setRouteFiles(ipv4, ipv6);
-    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::WiFi);
+    LinuxReachability reachability({.ipv4RouteFile = ipv4, .ipv6RouteFile = ipv6, .steadyNow = [&] { return now; }});
+    EXPECT_EQ(reachability.isConnectedToNetworkOfType(), BVReachabilityType::WiFi);
 
     write("route", kIPv4Header + ipv4Route("wwan0", "00000000", "00000000"));
     now += std::chrono::milliseconds(999);
-    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::WiFi);
+    EXPECT_EQ(reachability.isConnectedToNetworkOfType(), BVReachabilityType::WiFi);
     now += std::chrono::milliseconds(1);
-    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::WWAN);
-
-    write("route", kIPv4Header);
-    BVReachability::setRouteFiles(ipv4, ipv6);
-    EXPECT_EQ(BVReachability::isConnectedToNetworkOfType(), BVReachabilityType::NotConnected)
-        << "new route files are read at once";
+    EXPECT_EQ(reachability.isConnectedToNetworkOfType(), BVReachabilityType::WWAN);
 }
 
-TEST_F(BVReachabilityTest, ProbeCountsOnlyADirect200) {
-    EXPECT_EQ(BVReachability::probeURL(), BVReachability::kProbeURL);
+TEST_F(LinuxReachabilityTest, ProbeCountsOnlyADirect200) {
+    EXPECT_EQ(LinuxReachability().options().probeURL, "https://www.debian.org/");
     LoopbackServer server([](const httplib::Request& request, httplib::Response& response) {
         if (request.path == "/ok") response.status = 200;
         if (request.path == "/nocontent") response.status = 204;
         if (request.path == "/moved") response.set_redirect("/ok", 301);
     });
-    BVReachability::setProbeURL(server.url("/ok"));
-    EXPECT_TRUE(BVReachability::isConnectedToNetwork());
-    BVReachability::setProbeURL(server.url("/nocontent"));
-    EXPECT_FALSE(BVReachability::isConnectedToNetwork());
-    BVReachability::setProbeURL(server.url("/moved"));
-    EXPECT_FALSE(BVReachability::isConnectedToNetwork());
+    auto probe = [](const std::string& url) { return LinuxReachability({.probeURL = url}).isConnectedToNetwork(); };
+    EXPECT_TRUE(probe(server.url("/ok")));
+    EXPECT_FALSE(probe(server.url("/nocontent")));
+    EXPECT_FALSE(probe(server.url("/moved")));
 
     auto seen = server.requests();
     ASSERT_EQ(seen.size(), 3u); // the redirect was not followed
@@ -137,8 +125,8 @@ TEST_F(BVReachabilityTest, ProbeCountsOnlyADirect200) {
     EXPECT_EQ(seen[0].header("Cache-Control"), "no-cache");
 
     RefusingPort refusing;
-    BVReachability::setProbeURL(refusing.url("/"));
-    EXPECT_FALSE(BVReachability::isConnectedToNetwork());
+    EXPECT_FALSE(probe(refusing.url("/")));
+    EXPECT_FALSE(probe("ftp://127.0.0.1/")) << "only http and https are probed";
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "network/RouteTable.hpp"
+#include <bvgeo/platform/linux/RouteTable.hpp>
 
 #include <charconv>
 #include <vector>
