@@ -1,5 +1,7 @@
 #include "logger/Logger.hpp"
 
+#include "datastore/BV1Database.hpp"
+
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/SharedInstance.hpp>
 
@@ -26,12 +28,11 @@ void Logger::log(std::string_view message, LogCategory category, std::string_vie
     const auto& environment = platform();
     // One reading serves both the text and the column, so they never disagree.
     const std::int64_t now = environment.clock->now();
-    Log record;
-    record.message = formatMessage(environment.dateFormatter->format(static_cast<double>(now), "yyyy-MM-dd HH:mm:ss"),
-                                   function, line, message);
-    record.timestamp = now;
-    record.category = category;
-    saveLogToDatabase(std::move(record));
+    // A failed write is dropped; the connection reports the failure.
+    (void)saveLogToDatabase(
+        formatMessage(environment.dateFormatter->format(static_cast<double>(now), "yyyy-MM-dd HH:mm:ss"), function,
+                      line, message),
+        category, now);
 
     if (debugMode()) {
         std::string echo;
@@ -41,9 +42,12 @@ void Logger::log(std::string_view message, LogCategory category, std::string_vie
     }
 }
 
-void Logger::saveLogToDatabase(Log record) {
-    // A log row that cannot be written is dropped; the connection reports the failure.
-    (void)Log::save(std::move(record));
+bool Logger::saveLogToDatabase(std::string message, LogCategory category, std::int64_t timestamp) {
+    // Built once: every log line of the library comes through here.
+    static const std::string kInsert = "INSERT INTO log (message, category, timestamp) VALUES (?, ?, ?)";
+    // Moved, not copied: a "Fences from" line of a large zone runs to megabytes.
+    return BV1Database::executeUpdate(kInsert,
+                                      {std::move(message), std::string(rawValue(category)), timestamp});
 }
 
 bool Logger::debugMode() { return debugFlag().load(std::memory_order_relaxed); }

@@ -5,8 +5,8 @@
 #pragma once
 
 #include "logger/LogCategory.hpp"
-#include "models/Log.hpp"
-
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace bvgeo {
@@ -15,7 +15,9 @@ class Logger {
 public:
     static void log(std::string_view message, LogCategory category = LogCategory::NONE,
                     std::string_view function = "", int line = 0);
-    static void saveLogToDatabase(Log record);
+    // Adds one row to the log table; true when the insert ran. A failed write is
+    // reported by the connection, not here.
+    static bool saveLogToDatabase(std::string message, LogCategory category, std::int64_t timestamp);
 
     // Debug mode as the facade sets it (initially on): it decides the console echo.
     static bool debugMode();

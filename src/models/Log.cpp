@@ -1,6 +1,7 @@
 #include "models/Log.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "logger/Logger.hpp"
 
 #include <algorithm>
 #include <limits>
@@ -9,11 +10,7 @@
 namespace bvgeo {
 
 bool Log::save(Log record) {
-    // Built once: every log line of the library comes through here.
-    static const std::string kInsert = "INSERT INTO log (message, category, timestamp) VALUES (?, ?, ?)";
-    // Moved, not copied: a "Fences from" line of a large zone runs to megabytes.
-    return BV1Database::executeUpdate(
-        kInsert, {std::move(record.message), std::string(rawValue(record.category)), record.timestamp});
+    return Logger::saveLogToDatabase(std::move(record.message), record.category, record.timestamp);
 }
 
 namespace {
