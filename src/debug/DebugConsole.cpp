@@ -4,6 +4,8 @@
 #include "debug/DebugMapViewController.hpp"
 #include "debug/LogViewerViewController.hpp"
 #include "debug/MailReport.hpp"
+#include "debug/MimeMessage.hpp"
+#include "debug/SmtpSender.hpp"
 #include "server/LoopbackHttpServer.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
