@@ -38,19 +38,9 @@ constexpr std::string_view kAccessDenied =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<Error><Code>AccessDenied</Code><Message>Access Denied</Message></Error>";
 
-// Paths and error texts may carry any bytes; a dump that throws on bad UTF-8 would
-// turn a 400 into a 500.
-std::string dumpJson(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
-
-ServerResponse jsonAnswer(int status, const json& body) {
-    ServerResponse response;
-    response.status = status;
-    response.contentType = "application/json";
-    response.body = dumpJson(body);
-    return response;
-}
-
-ServerResponse jsonError(int status, const std::string& message) { return jsonAnswer(status, {{"error", message}}); }
+// Paths and error texts may carry any bytes: jsonResponse never throws on bad
+// UTF-8, which would turn a 400 into a 500.
+ServerResponse jsonError(int status, const std::string& message) { return jsonResponse(status, {{"error", message}}); }
 
 ServerResponse accessDenied() {
     ServerResponse response;
@@ -253,11 +243,11 @@ ServerResponse ReferenceServer::storeTrigger(const std::string& appId, const Ser
     auto outcome = store_.insert(trigger);
     if (!outcome) return jsonError(500, store_.lastError());
     if (outcome->duplicate) {
-        ServerResponse response = jsonAnswer(200, json::object());
+        ServerResponse response = jsonResponse(200, json::object());
         response.body = R"({"ok":true,"duplicate":true})"; // in this order, which json would sort
         return response;
     }
-    return jsonAnswer(200, {{"status", "ok"}, {"id", outcome->id}});
+    return jsonResponse(200, {{"status", "ok"}, {"id", outcome->id}});
 }
 
 ServerResponse ReferenceServer::listTriggers(const std::string& appId) {
@@ -274,7 +264,7 @@ ServerResponse ReferenceServer::listTriggers(const std::string& appId) {
         }
         list.push_back(std::move(item));
     }
-    return jsonAnswer(200, {{"triggers", std::move(list)}});
+    return jsonResponse(200, {{"triggers", std::move(list)}});
 }
 
 bool ReferenceServer::drawFailure() {
