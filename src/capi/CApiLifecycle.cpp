@@ -3,6 +3,7 @@
 
 #include "capi/CApiCall.hpp"
 #include "capi/Utf8.hpp"
+#include "capi/WritableDirectory.hpp"
 
 #include <bvgeo/platform/SharedInstance.hpp>
 #include <bvgeo/platform/linux/LinuxPlatform.hpp>
@@ -10,30 +11,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
-
-namespace {
 
 using namespace bvgeo::capi;
-
-// Empty when the directory can hold the database, else why not.
-std::string prepareDirectory(const std::string& directory) {
-    std::error_code error;
-    std::filesystem::create_directories(directory, error);
-    if (error) return "cannot create the documents directory " + directory + ": " + error.message();
-    if (!std::filesystem::is_directory(directory)) return "the documents directory " + directory + " is not a directory";
-    const auto probe = std::filesystem::path(directory) / ".bvgeo-write-test";
-    {
-        std::ofstream file(probe);
-        if (!file || !(file << "ok") || !file.flush()) return "cannot write to the documents directory " + directory;
-    }
-    std::filesystem::remove(probe, error);
-    return {};
-}
-
-
-} // namespace
 
 extern "C" {
 
@@ -92,8 +71,8 @@ bvgeo_status bvgeo_open(const bvgeo_open_options* options, bvgeo_tracker** track
     session.documentsDirectory = o.documents_directory && *o.documents_directory
                                      ? std::string(o.documents_directory)
                                      : bvgeo::defaultDocumentsDirectory();
-    if (auto problem = prepareDirectory(session.documentsDirectory); !problem.empty())
-        return FAIL(BVGEO_ERR_IO, problem);
+    if (auto problem = prepareWritableDirectory(session.documentsDirectory, "documents directory"))
+        return FAIL(BVGEO_ERR_IO, *problem);
     session.mode = static_cast<MainQueueMode>(o.main_queue);
     session.startTime = o.start_time > 0 ? o.start_time : static_cast<double>(std::time(nullptr));
     session.console = o.console;
