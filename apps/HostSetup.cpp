@@ -1,10 +1,10 @@
 #include "HostSetup.hpp"
 
+#include "capi/WritableDirectory.hpp"
+
 #include <nlohmann/json.hpp>
 
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 
 namespace bvgeo::cli {
 
@@ -44,19 +44,7 @@ double parseDistanceFilter(const std::string& text) {
 }
 
 std::optional<std::string> prepareDataDirectory(const std::string& directory) {
-    std::error_code error;
-    std::filesystem::create_directories(directory, error);
-    if (error) return "cannot create the data directory " + directory + ": " + error.message();
-    if (!std::filesystem::is_directory(directory)) return "the data directory " + directory + " is not a directory";
-    // Writing a file is the only reliable test (permissions, read-only mounts, ACLs).
-    const auto probe = std::filesystem::path(directory) / ".bvgeo-write-test";
-    {
-        std::ofstream file(probe);
-        if (!file || !(file << "ok") || !file.flush())
-            return "cannot write to the data directory " + directory;
-    }
-    std::filesystem::remove(probe, error);
-    return std::nullopt;
+    return capi::prepareWritableDirectory(directory, "data directory");
 }
 
 std::string triggerJsonLine(const BVTrigger& trigger) {

@@ -4,14 +4,14 @@
 // settings file, date formatting, real HTTP). Positions come from a simulated
 // location service. Everything runs on the thread that calls it; HTTP completions
 // arrive on the transport thread and are waited for before time moves on, so a
-// replay gives what a device would have produced over the same hours.
+// replay gives what a device would have produced over the same hours. Time is
+// driven by the same VirtualTime a C host's virtual-time mode runs on.
 #pragma once
+
+#include "capi/VirtualTime.hpp"
 
 #include <bvgeo/platform/Console.hpp>
 #include <bvgeo/platform/SimulatedLocationService.hpp>
-#include <bvgeo/platform/testing/ManualClock.hpp>
-#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
-#include <bvgeo/platform/testing/ManualMainQueue.hpp>
 
 #include <memory>
 #include <string>
@@ -24,9 +24,10 @@ public:
     // Installs the platform. Call once, before the library's first use.
     void install();
 
-    double now() const { return clock_->currentTime(); }
+    double now() const { return time_.now(); }
     // Fires every timer due up to `time`, in order, running what each started; then
-    // leaves the clock at `time` (never moves it backwards).
+    // leaves the clock at `time` (never moves it backwards). Stops where the library
+    // kept busy past the bounds (see settle).
     void advanceTo(double time);
     // Sets the clock to the fix's time, delivers it, runs everything it started.
     void deliver(double latitude, double longitude, double time);
@@ -34,14 +35,12 @@ public:
     // library kept busy past the bounds (a transfer hung, work kept being posted).
     bool settle();
     // The due time of the next timer, if any.
-    std::optional<double> nextTimer() const;
+    std::optional<double> nextTimer() const { return time_.nextTimer(); }
 
 private:
     std::string documents_;
     std::shared_ptr<Console> console_;
-    std::shared_ptr<testing::ManualClock> clock_;
-    std::shared_ptr<testing::ManualMainQueue> mainQueue_;
-    std::shared_ptr<testing::ManualDispatchQueues> queues_;
+    capi::VirtualTime time_;
     std::shared_ptr<SimulatedLocationService> locations_;
 };
 

@@ -3,6 +3,8 @@
 // uniform in a 0.2-degree zone, radii uniform from 20 m to the second argument
 // (2 km: a dense worst case where 100,000 fences put ~1,200 around every point;
 // 200 m: shop-sized fences, ~15 around every point).
+#include "SyntheticZone.hpp"
+
 #include "fence/FenceIndex.hpp"
 
 #include <benchmark/benchmark.h>
@@ -21,31 +23,14 @@ namespace {
 using bvgeo::Fence;
 using bvgeo::FenceIndex;
 using bvgeo::FenceList;
-
-constexpr double kZoneSouth = 48.75;
-constexpr double kZoneWest = 2.25;
-constexpr double kZoneDegrees = 0.2;
-
-struct Position {
-    double latitude, longitude;
-};
-
-Position randomPosition(std::mt19937_64& random) {
-    std::uniform_real_distribution<double> offset(0.0, kZoneDegrees);
-    const double latitude = kZoneSouth + offset(random);
-    return {latitude, kZoneWest + offset(random)};
-}
+using bvgeo::bench::Position;
+using bvgeo::bench::randomPosition;
 
 FenceList zoneFences(std::size_t count, double maxRadius) {
-    std::mt19937_64 random(20240611);
-    std::uniform_real_distribution<double> radius(20.0, maxRadius);
     FenceList fences;
     fences.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        const Position centre = randomPosition(random);
-        fences.push_back(std::make_shared<Fence>(std::to_string(i), "fence", centre.latitude, centre.longitude,
-                                                 radius(random), std::vector<std::string>{"content"}, true));
-    }
+    for (auto& fence : bvgeo::bench::syntheticFences(count, maxRadius))
+        fences.push_back(std::make_shared<Fence>(std::move(fence)));
     return fences;
 }
 

@@ -4,6 +4,8 @@
 // position's answer is compared before anything is timed, and a difference stops
 // the benchmark with a message. Fences as in ContainmentBench: centres uniform in a
 // 0.2-degree zone, radii uniform from 20 m up to the second argument.
+#include "SyntheticZone.hpp"
+
 #include "fence/FenceIndex.hpp"
 #include "models/FenceListBuilder.hpp"
 
@@ -26,21 +28,10 @@ namespace {
 using bvgeo::Fence;
 using bvgeo::FenceIndex;
 using bvgeo::FenceList;
+using bvgeo::bench::Position;
+using bvgeo::bench::randomPosition;
 
-constexpr double kZoneSouth = 48.75;
-constexpr double kZoneWest = 2.25;
-constexpr double kZoneDegrees = 0.2;
 constexpr std::size_t kPositions = 4096;
-
-struct Position {
-    double latitude, longitude;
-};
-
-Position randomPosition(std::mt19937_64& random) {
-    std::uniform_real_distribution<double> offset(0.0, kZoneDegrees);
-    const double latitude = kZoneSouth + offset(random);
-    return {latitude, kZoneWest + offset(random)};
-}
 
 // The R*Tree way: boxes that surely hold each circle (a degree of latitude is at
 // least 110,574 m, one of longitude at least 111,319 m times the cosine), and the
@@ -123,13 +114,8 @@ Setup& setup(std::size_t count, double maxRadius) {
     slot = std::make_unique<Setup>();
     Setup& s = *slot;
 
-    std::mt19937_64 random(20240611);
-    std::uniform_real_distribution<double> radius(20.0, maxRadius);
     bvgeo::FenceListBuilder list; // as the library holds a zone's fences
-    for (std::size_t i = 0; i < count; ++i) {
-        const Position centre = randomPosition(random);
-        list.add(Fence(std::to_string(i), "fence", centre.latitude, centre.longitude, radius(random), {"content"}, true));
-    }
+    for (auto& fence : bvgeo::bench::syntheticFences(count, maxRadius)) list.add(std::move(fence));
     s.fences = list.finish();
     s.index = std::make_unique<FenceIndex>(s.fences);
     s.rtree = std::make_unique<RTreeContainment>(s.fences);

@@ -4,6 +4,8 @@
 #include "debug/DebugMapViewController.hpp"
 #include "debug/LogViewerViewController.hpp"
 #include "debug/MailReport.hpp"
+#include "debug/MimeMessage.hpp"
+#include "debug/SmtpSender.hpp"
 #include "server/LoopbackHttpServer.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
@@ -60,11 +62,8 @@ ServerResponse withCommonHeaders(ServerResponse response) {
 }
 
 ServerResponse jsonAnswer(const json& body, int status = 200) {
-    ServerResponse response;
-    response.status = status;
-    response.contentType = "application/json";
     // Log lines are whatever the library was given; invalid UTF-8 must not fail the page.
-    response.body = body.dump(-1, ' ', false, json::error_handler_t::replace);
+    ServerResponse response = jsonResponse(status, body);
     response.headers.emplace_back("Cache-Control", "no-store");
     return withCommonHeaders(std::move(response));
 }

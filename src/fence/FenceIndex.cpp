@@ -1,6 +1,7 @@
 #include "fence/FenceIndex.hpp"
 
 #include <bvgeo/platform/Geodesic.hpp>
+#include <bvgeo/platform/Wgs84.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -18,19 +19,14 @@
 namespace bvgeo {
 namespace {
 
-constexpr double kDegree = std::numbers::pi / 180.0;
+using wgs84::kDegree;
+using wgs84::kMinMetresPerDegreeLatitude;
+using wgs84::kMinMetresPerDegreeLongitudeAtEquator;
+using wgs84::meridianRadius;
+using wgs84::parallelRadius;
+
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-// WGS84, the ellipsoid GeographicLib measures on.
-constexpr double kEquatorialRadius = 6378137.0;
-constexpr double kFlattening = 1.0 / 298.257223563;
-constexpr double kEccentricitySquared = kFlattening * (2.0 - kFlattening);
-
-// Lower bounds on metres per degree: a meridian degree is shortest at the equator
-// (110,574.27 m) and N ≥ a makes a degree of longitude at least a·cosφ (111,319.49 m
-// at the equator). Both are rounded down so boxes built from them stay conservative.
-constexpr double kMinMetresPerDegreeLatitude = 110574.0;
-constexpr double kMinMetresPerDegreeLongitudeAtEquator = 111319.0;
 constexpr double kBoxMargin = 1.001;
 
 // Covers GeographicLib's few nanometres of error and our own rounding.
@@ -88,18 +84,6 @@ bool exactlyInside(double latitude, double longitude, const Fence& fence) {
 double normalizedLongitude(double longitude) {
     double reduced = std::remainder(longitude, 360.0);
     return reduced >= 180.0 ? reduced - 360.0 : reduced;
-}
-
-double meridionalRadius(double latitudeDegrees) {
-    const double s = std::sin(latitudeDegrees * kDegree);
-    const double w = 1.0 - kEccentricitySquared * s * s;
-    return kEquatorialRadius * (1.0 - kEccentricitySquared) / (w * std::sqrt(w));
-}
-
-// N·cosφ: the radius of the parallel.
-double parallelRadius(double latitudeDegrees) {
-    const double s = std::sin(latitudeDegrees * kDegree);
-    return kEquatorialRadius * std::cos(latitudeDegrees * kDegree) / std::sqrt(1.0 - kEccentricitySquared * s * s);
 }
 
 void unitVector(double latitude, double longitude, double (&out)[3]) {
@@ -199,7 +183,7 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         disc.longitude = longitude;
         // Stored as floats to keep the record within one cache line; the ratios below are
         // taken against the stored values, so the rounding costs nothing in rigour.
-        disc.metresPerDegreeLatitude = static_cast<float>(meridionalRadius(latitude) * kDegree);
+        disc.metresPerDegreeLatitude = static_cast<float>(meridianRadius(latitude) * kDegree);
         disc.metresPerDegreeLongitude = static_cast<float>(parallelRadius(latitude) * kDegree);
         const double scaleLatitude = disc.metresPerDegreeLatitude / kDegree;
         const double scaleLongitude = disc.metresPerDegreeLongitude / kDegree;
@@ -207,10 +191,10 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         const double nearestEquator = (south <= 0.0 && north >= 0.0) ? 0.0 : std::min(std::abs(south), std::abs(north));
         const double farthestEquator = std::max(std::abs(south), std::abs(north));
         // M grows and N·cosφ shrinks towards the poles.
-        const double low = std::min(meridionalRadius(nearestEquator) / scaleLatitude,
+        const double low = std::min(meridianRadius(nearestEquator) / scaleLatitude,
                                     parallelRadius(farthestEquator) / scaleLongitude) *
                            (1.0 - kRelativeSlack);
-        const double high = std::max(meridionalRadius(farthestEquator) / scaleLatitude,
+        const double high = std::max(meridianRadius(farthestEquator) / scaleLatitude,
                                      parallelRadius(nearestEquator) / scaleLongitude) *
                             (1.0 + kRelativeSlack);
         const double inner = (fence->radius - kAbsoluteSlack) / high;

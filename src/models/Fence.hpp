@@ -19,7 +19,7 @@ class Fence {
 public:
     Fence() = default;
     Fence(std::string id, std::string name, double latitude, double longitude, double radius,
-          std::vector<std::string> content_ids, bool current_zone)
+          std::vector<std::string> content_ids, bool current_zone = true)
         : id(std::move(id)), name(std::move(name)), latitude(latitude), longitude(longitude), radius(radius),
           content_ids(std::move(content_ids)), current_zone(current_zone) {}
 
@@ -30,6 +30,8 @@ public:
     double radius = 0.0;
     std::vector<std::string> content_ids;
     bool current_zone = true;
+
+    friend bool operator==(const Fence&, const Fence&) = default;
 
     // One element of a zone file's "fences" array. No fence when the location's
     // type is text other than "Point", or its coordinates are not two numbers.

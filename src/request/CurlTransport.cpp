@@ -1,5 +1,7 @@
 #include "request/CurlTransport.hpp"
 
+#include <bvgeo/platform/TextTrim.hpp>
+
 #include <curl/curl.h>
 
 #include <algorithm>
@@ -17,13 +19,6 @@ constexpr long kMaxConnectionsPerHost = 6;
 // Headers are not bounded by the body cap; a server sending endless header lines
 // must not grow memory without limit either.
 constexpr std::size_t kMaxHeaderBytes = 1024 * 1024;
-
-std::string_view trim(std::string_view text) {
-    auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-    while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
-    return text;
-}
 
 // A header that cannot be written as one HTTP/1.1 field line would let a caller's
 // value smuggle extra lines into the request; such fields are not sent.

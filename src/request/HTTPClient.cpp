@@ -118,6 +118,42 @@ private:
     std::optional<HTTPError> error_;
 };
 
+// The failure checks both completions make, in this order: the transfer failed, the
+// body does not decode (too deep, or what `decode` reports or throws), the body is
+// not an object. The body is let go once decoded, before any callback runs. True
+// when the caller goes on to its success; otherwise `failure` has been told why.
+bool answerUsable(Console& console, CurlTransport::Result& result, const HTTPClient::Failure& failure,
+                  const std::function<std::optional<HTTPError>()>& decode, const std::function<bool()>& isObject) {
+    if (result.code != 0) {
+        HTTPError error{std::string(kHTTPTransportErrorDomain), result.code, result.errorDescription};
+        console.log("ERROR: " + error.description);
+        if (failure) failure(HTTPResponse{}, error);
+        return false;
+    }
+    std::optional<HTTPError> error;
+    if (!withinNestingLimit(result.body)) {
+        error = decodingError(kHTTPErrorTooDeep,
+                              "The JSON text is nested deeper than " + std::to_string(kMaxNesting) + " levels");
+    } else {
+        try {
+            error = decode();
+        } catch (const std::exception& e) {
+            error = decodingError(-1, e.what());
+        }
+    }
+    std::string().swap(result.body);
+    if (error) {
+        console.log("Error serializing data: " + error->description);
+        if (failure) failure(result.response, *error);
+        return false;
+    }
+    if (!isObject()) {
+        if (failure) failure(result.response, decodingError(kHTTPErrorNotAnObject, "The response is not a JSON object"));
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 HTTPClient& HTTPClient::sharedInstance() {
@@ -249,36 +285,16 @@ nlohmann::json HTTPClient::parseResponse(const nlohmann::json& data) {
 void HTTPClient::complete(CurlTransport::Result& result, const Success& success, const Failure& failure) {
     auto& console = *platform().console;
     try {
-        if (result.code != 0) {
-            HTTPError error{std::string(kHTTPTransportErrorDomain), result.code, result.errorDescription};
-            console.log("ERROR: " + error.description);
-            if (failure) failure(HTTPResponse{}, error);
-            return;
-        }
-
         nlohmann::json data;
-        std::optional<HTTPError> error;
-        if (!withinNestingLimit(result.body)) {
-            error = decodingError(kHTTPErrorTooDeep,
-                                  "The JSON text is nested deeper than " + std::to_string(kMaxNesting) + " levels");
-        } else {
+        auto decode = [&]() -> std::optional<HTTPError> {
             try {
                 data = nlohmann::json::parse(result.body);
             } catch (const nlohmann::json::exception& e) {
-                error = decodingError(e.id, e.what());
-            } catch (const std::exception& e) {
-                error = decodingError(-1, e.what());
+                return decodingError(e.id, e.what());
             }
-        }
-        if (error) {
-            console.log("Error serializing data: " + error->description);
-            if (failure) failure(result.response, *error);
-            return;
-        }
-        if (!data.is_object()) {
-            if (failure) failure(result.response, decodingError(kHTTPErrorNotAnObject, "The response is not a JSON object"));
-            return;
-        }
+            return std::nullopt;
+        };
+        if (!answerUsable(console, result, failure, decode, [&] { return data.is_object(); })) return;
 
         const nlohmann::json dictionary = parseResponse(data);
         console.print(dictionary.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
@@ -293,37 +309,14 @@ void HTTPClient::completeStreamed(CurlTransport::Result& result, JsonReader* rea
                                   const Failure& failure) {
     auto& console = *platform().console;
     try {
-        if (result.code != 0) {
-            HTTPError error{std::string(kHTTPTransportErrorDomain), result.code, result.errorDescription};
-            console.log("ERROR: " + error.description);
-            if (failure) failure(HTTPResponse{}, error);
-            return;
-        }
-
         const bool printing = console.wantsPrints();
         AnswerEvents events(reader, printing);
-        std::optional<HTTPError> error;
-        if (!withinNestingLimit(result.body)) {
-            error = decodingError(kHTTPErrorTooDeep,
-                                  "The JSON text is nested deeper than " + std::to_string(kMaxNesting) + " levels");
-        } else {
-            try {
-                nlohmann::json::sax_parse(result.body, &events);
-                error = events.error();
-            } catch (const std::exception& e) {
-                error = decodingError(-1, e.what());
-            }
-        }
-        std::string().swap(result.body);
-        if (error) {
-            console.log("Error serializing data: " + error->description);
-            if (failure) failure(result.response, *error);
-            return;
-        }
-        if (!events.isObject()) {
-            if (failure) failure(result.response, decodingError(kHTTPErrorNotAnObject, "The response is not a JSON object"));
-            return;
-        }
+        auto decode = [&] {
+            nlohmann::json::sax_parse(result.body, &events);
+            return events.error();
+        };
+        if (!answerUsable(console, result, failure, decode, [&] { return events.isObject(); })) return;
+
         if (printing) console.print(events.takeText());
         if (success) success(result.response);
     } catch (...) {

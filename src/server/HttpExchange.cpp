@@ -61,4 +61,12 @@ std::optional<std::string> queryParameter(std::string_view query, std::string_vi
 std::optional<std::string> ServerRequest::header(std::string_view name) const { return findHeader(headers, name); }
 std::optional<std::string> ServerResponse::header(std::string_view name) const { return findHeader(headers, name); }
 
+ServerResponse jsonResponse(int status, const nlohmann::json& body) {
+    ServerResponse response;
+    response.status = status;
+    response.contentType = "application/json";
+    response.body = body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return response;
+}
+
 } // namespace bvgeo

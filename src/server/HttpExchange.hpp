@@ -4,6 +4,8 @@
 // between threads.
 #pragma once
 
+#include <nlohmann/json.hpp>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +37,10 @@ struct ServerResponse {
 };
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b);
+
+// An answer with `body` as JSON text. Text that is not UTF-8 (a path, a log line)
+// shows as U+FFFD rather than failing the answer.
+ServerResponse jsonResponse(int status, const nlohmann::json& body);
 
 // The decoded value of the first `name` parameter of a raw query text ("+" and
 // %XX decoded); empty text for a bare name, nothing when it is absent.

@@ -1,5 +1,7 @@
 #include "server/ReferenceServer.hpp"
 
+#include <bvgeo/platform/TextTrim.hpp>
+
 #include <nlohmann/json.hpp>
 
 #include <sys/stat.h>
@@ -36,25 +38,9 @@ constexpr std::string_view kAccessDenied =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<Error><Code>AccessDenied</Code><Message>Access Denied</Message></Error>";
 
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-    return text;
-}
-
-// Paths and error texts may carry any bytes; a dump that throws on bad UTF-8 would
-// turn a 400 into a 500.
-std::string dumpJson(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
-
-ServerResponse jsonAnswer(int status, const json& body) {
-    ServerResponse response;
-    response.status = status;
-    response.contentType = "application/json";
-    response.body = dumpJson(body);
-    return response;
-}
-
-ServerResponse jsonError(int status, const std::string& message) { return jsonAnswer(status, {{"error", message}}); }
+// Paths and error texts may carry any bytes: jsonResponse never throws on bad
+// UTF-8, which would turn a 400 into a 500.
+ServerResponse jsonError(int status, const std::string& message) { return jsonResponse(status, {{"error", message}}); }
 
 ServerResponse accessDenied() {
     ServerResponse response;
@@ -213,8 +199,8 @@ ServerResponse ReferenceServer::serveZoneFile(const ServerRequest& request) {
     std::string lastModified = httpDate(status.st_mtime);
 
     if (auto since = request.header("If-Modified-Since")) {
-        auto sinceTime = parseHttpDate(trim(*since));
-        if (trim(*since) == lastModified || (sinceTime && *sinceTime >= status.st_mtime)) {
+        auto sinceTime = parseHttpDate(trim(*since, kSpacesAndTabs));
+        if (trim(*since, kSpacesAndTabs) == lastModified || (sinceTime && *sinceTime >= status.st_mtime)) {
             ServerResponse response;
             response.status = 304;
             response.headers.emplace_back("Last-Modified", lastModified);
@@ -234,7 +220,7 @@ ServerResponse ReferenceServer::storeTrigger(const std::string& appId, const Ser
     auto sdkVersion = queryParameter(request.query, "sdk_ver");
     if (!sdkVersion || sdkVersion->empty()) return jsonError(400, "query parameter sdk_ver is missing");
     auto contentType = request.header("Content-Type").value_or("");
-    auto mediaType = trim(std::string_view(contentType).substr(0, contentType.find(';')));
+    auto mediaType = trim(std::string_view(contentType).substr(0, contentType.find(';')), kSpacesAndTabs);
     if (!equalsIgnoringCase(mediaType, "application/json"))
         return jsonError(400, "Content-Type must be application/json, not \"" + contentType + "\"");
 
@@ -253,15 +239,15 @@ ServerResponse ReferenceServer::storeTrigger(const std::string& appId, const Ser
     trigger.fenceId = body["fenceId"].get<std::string>();
     trigger.sdkVersion = *sdkVersion;
     trigger.receivedAt = currentTime();
-    trigger.idempotencyKey = std::string(trim(request.header("Idempotency-Key").value_or("")));
+    trigger.idempotencyKey = std::string(trim(request.header("Idempotency-Key").value_or(""), kSpacesAndTabs));
     auto outcome = store_.insert(trigger);
     if (!outcome) return jsonError(500, store_.lastError());
     if (outcome->duplicate) {
-        ServerResponse response = jsonAnswer(200, json::object());
+        ServerResponse response = jsonResponse(200, json::object());
         response.body = R"({"ok":true,"duplicate":true})"; // in this order, which json would sort
         return response;
     }
-    return jsonAnswer(200, {{"status", "ok"}, {"id", outcome->id}});
+    return jsonResponse(200, {{"status", "ok"}, {"id", outcome->id}});
 }
 
 ServerResponse ReferenceServer::listTriggers(const std::string& appId) {
@@ -278,7 +264,7 @@ ServerResponse ReferenceServer::listTriggers(const std::string& appId) {
         }
         list.push_back(std::move(item));
     }
-    return jsonAnswer(200, {{"triggers", std::move(list)}});
+    return jsonResponse(200, {{"triggers", std::move(list)}});
 }
 
 bool ReferenceServer::drawFailure() {

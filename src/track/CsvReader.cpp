@@ -1,6 +1,6 @@
 #include "track/CsvReader.hpp"
 
-#include "track/LineCursor.hpp"
+#include "track/CsvRecordReader.hpp"
 #include "track/TrackText.hpp"
 #include "track/TrackTime.hpp"
 
@@ -34,41 +34,13 @@ std::optional<Column> columnNamed(std::string_view name) {
     return std::nullopt;
 }
 
-// Splits one row into `fields`, unquoting as it goes; false when a quote is left
-// open. `fields` is reused from row to row to spare allocations.
-bool splitRow(std::string_view row, std::vector<std::string>& fields) {
-    fields.clear();
-    std::size_t pos = 0;
-    while (true) {
-        std::string& field = fields.emplace_back();
-        while (pos < row.size() && (row[pos] == ' ' || row[pos] == '\t')) ++pos;
-        if (pos < row.size() && row[pos] == '"') {
-            ++pos;
-            while (true) {
-                if (pos >= row.size()) return false;
-                if (row[pos] == '"') {
-                    if (pos + 1 < row.size() && row[pos + 1] == '"') {
-                        field += '"';
-                        pos += 2;
-                        continue;
-                    }
-                    ++pos;
-                    break;
-                }
-                field += row[pos++];
-            }
-            while (pos < row.size() && row[pos] != ',') {
-                if (row[pos] != ' ' && row[pos] != '\t') return false; // text after the closing quote
-                ++pos;
-            }
-        } else {
-            const auto comma = row.find(',', pos);
-            field = trim(row.substr(pos, comma == std::string_view::npos ? comma : comma - pos));
-            pos = comma == std::string_view::npos ? row.size() : comma;
-        }
-        if (pos >= row.size()) return true;
-        ++pos; // the comma
-    }
+// One line per record, and a quoted field must end where its quote closes: a row
+// that breaks either rule is skipped on its own, so one bad line costs one fix.
+constexpr CsvRecordReader::Dialect kTrackDialect{.multiLine = false, .keepTextAfterQuote = false};
+
+// A line of nothing but blanks, which the readers skip.
+bool isBlank(const CsvRecordReader::Record& record) {
+    return record.fields.size() == 1 && !record.quoted[0] && trim(record.fields[0]).empty();
 }
 
 // Seconds since 1970 as a plain number, or an ISO 8601 date and time.
@@ -81,21 +53,24 @@ std::optional<double> parseCsvTime(std::string_view text) {
 
 bool isCsvTrackHeader(std::string_view line) {
     if (line.find(',') == std::string_view::npos) return false;
-    std::vector<std::string> names;
-    if (!splitRow(line, names)) return false;
-    for (const std::string& name : names) {
+    CsvRecordReader reader(line, kTrackDialect);
+    CsvRecordReader::Record names;
+    if (reader.next(names) != CsvRecordReader::Status::Record) return false;
+    for (const std::string& name : names.fields) {
         if (columnNamed(trim(name))) return true;
     }
     return false;
 }
 
 void readCsv(std::string_view content, TrackFixCollector& fixes) {
-    LineCursor lines(content);
-    std::string_view line;
-    while (lines.next(line) && trim(line).empty()) {
+    using Status = CsvRecordReader::Status;
+    CsvRecordReader reader(content, kTrackDialect);
+    CsvRecordReader::Record record;
+    Status status;
+    while ((status = reader.next(record)) == Status::Record && isBlank(record)) {
     }
-    std::vector<std::string> fields;
-    if (!splitRow(line, fields)) return fixes.fail(lines.lineNumber(), "unclosed quote in the header row");
+    if (status == Status::Malformed) return fixes.fail(record.line, "unclosed quote in the header row");
+    const std::vector<std::string>& fields = record.fields;
     const std::size_t columnCount = fields.size();
     std::array<std::optional<std::size_t>, kColumns> index;
     for (std::size_t i = 0; i < fields.size(); ++i) {
@@ -106,12 +81,12 @@ void readCsv(std::string_view content, TrackFixCollector& fixes) {
     for (int column = 0; column < kColumns; ++column) {
         if (!index[column]) missing += std::string(missing.empty() ? "" : ", ") + kColumnNames[column].described;
     }
-    if (!missing.empty()) return fixes.fail(lines.lineNumber(), "the header has no column " + missing);
+    if (!missing.empty()) return fixes.fail(record.line, "the header has no column " + missing);
 
-    while (lines.next(line)) {
-        if (trim(line).empty()) continue;
-        const std::size_t lineNumber = lines.lineNumber();
-        if (!splitRow(line, fields) || fields.size() != columnCount) {
+    while ((status = reader.next(record)) != Status::End) {
+        const std::size_t lineNumber = record.line;
+        if (status == Status::Record && isBlank(record)) continue;
+        if (status == Status::Malformed || fields.size() != columnCount) {
             fixes.skip(TrackSkip::BadCoordinates, lineNumber);
             continue;
         }

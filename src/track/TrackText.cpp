@@ -4,14 +4,6 @@
 
 namespace bvgeo {
 
-std::string_view trim(std::string_view text) {
-    constexpr std::string_view kSpace = " \t\r\n";
-    const auto first = text.find_first_not_of(kSpace);
-    if (first == std::string_view::npos) return {};
-    const auto last = text.find_last_not_of(kSpace);
-    return text.substr(first, last - first + 1);
-}
-
 std::optional<double> parseDecimal(std::string_view text) {
     // from_chars takes a minus sign but not a plus sign.
     if (!text.empty() && text.front() == '+') text.remove_prefix(1);

@@ -3,13 +3,12 @@
 // Pure functions; any thread.
 #pragma once
 
+#include <bvgeo/platform/TextTrim.hpp>
+
 #include <optional>
 #include <string_view>
 
 namespace bvgeo {
-
-// Without leading and trailing spaces, tabs and line-end characters.
-std::string_view trim(std::string_view text);
 
 // A plain decimal number ("51.3767", "-0.5", "+3", "1e3") filling the whole text.
 // Locale-independent; "nan", "inf" and hexadecimal are refused.

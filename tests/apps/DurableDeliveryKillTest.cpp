@@ -111,7 +111,7 @@ TEST(DurableDeliveryKillTest, EveryStoredTriggerReachesTheServerOnceAcrossKilled
     const fs::path root = fs::temp_directory_path() / ("bvgeo-kill-" + std::to_string(::getpid()));
     fs::remove_all(root);
     fs::create_directories(root / "server" / "demo" / "zones");
-    std::vector<ZoneFence> fences;
+    std::vector<Fence> fences;
     for (int fence = 0; fence < 3; ++fence)
         fences.push_back({"f" + std::to_string(fence), "Fence " + std::to_string(fence), 51.30 + 0.01 * fence, 0.70,
                           300.0, {}});

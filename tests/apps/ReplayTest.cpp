@@ -53,7 +53,7 @@ protected:
         fs::remove_all(root_);
         fs::create_directories(root_ / "server" / "demo" / "zones");
         std::ofstream(root_ / "server" / "demo" / "zones" / getZoneName(kFenceLat, kFenceLon, 0.2))
-            << zoneFileText({ZoneFence{"home", "Home", kFenceLat, kFenceLon, kFenceRadius, {}}});
+            << zoneFileText({Fence{"home", "Home", kFenceLat, kFenceLon, kFenceRadius, {}}});
         ReferenceServerOptions options;
         options.rootDirectory = (root_ / "server").string();
         options.triggerDatabasePath = (root_ / "server" / "triggers.sqlite").string();

@@ -1,4 +1,6 @@
 #include "debug/MailReport.hpp"
+#include "debug/MimeMessage.hpp"
+#include "debug/SmtpSender.hpp"
 
 #include "support/SmtpSink.hpp"
 

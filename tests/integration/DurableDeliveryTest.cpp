@@ -16,18 +16,11 @@ namespace {
 
 using ::testing::HasSubstr;
 
-// Two overlapping fences at (51.34, 0.73); (51.35, 0.74) is in the same zone, outside both.
-constexpr const char* kZone = R"({"fences":[
-  {"_id":"f1","name":"Hall","location":{"type":"Point","coordinates":[0.73,51.34]},"radius":100},
-  {"_id":"f2","name":"Park","location":{"type":"Point","coordinates":[0.7305,51.3405]},"radius":200}]})";
-constexpr double kLat = 51.34, kLon = 0.73;
-constexpr double kFarLat = 51.35, kFarLon = 0.74;
-
 class DurableDeliveryTest : public WholeRoadTest {
 protected:
     void SetUp() override {
         WholeRoadTest::SetUp();
-        setZoneAnswer({200, kZone, ""});
+        setZoneAnswer({200, kHallAndParkZone, ""});
     }
 
     std::vector<std::string> postedKeys() const {

@@ -19,13 +19,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-constexpr const char* kZone = R"({"fences":[
-  {"_id":"f1","name":"Hall","location":{"type":"Point","coordinates":[0.73,51.34]},"radius":100},
-  {"_id":"f2","name":"Park","location":{"type":"Point","coordinates":[0.7305,51.3405]},"radius":200}]})";
-constexpr double kLat = 51.34, kLon = 0.73;
-constexpr double kFarLat = 51.35, kFarLon = 0.74;
-constexpr double kStep = 0.00001;
-
 // Triggers another connection sees: committed ones only.
 int committedTriggers() {
     int count = -1;
@@ -52,7 +45,7 @@ std::vector<std::string> warnings(const std::vector<std::string>& lines) {
 using StorageFaultsTest = WholeRoadTest;
 
 TEST_F(StorageFaultsTest, TriggersAreCommittedBeforeTheHostOrTheServerHearsOfThem) {
-    setZoneAnswer({200, kZone, ""});
+    setZoneAnswer({200, kHallAndParkZone, ""});
     startHost();
     {
         // Another thread's update is still writing when the trigger job runs and the
@@ -67,7 +60,7 @@ TEST_F(StorageFaultsTest, TriggersAreCommittedBeforeTheHostOrTheServerHearsOfThe
 
 TEST_F(StorageFaultsTest, FullDiskDuringALocationUpdateAnnouncesNothingAndHeals) {
     FaultyVfs disk;
-    setZoneAnswer({200, kZone, ""});
+    setZoneAnswer({200, kHallAndParkZone, ""});
     startHost();
     deliver(kFarLat, kFarLon, kT0); // the zone is downloaded and stored; outside both fences
     sim().console->clear();
@@ -107,7 +100,7 @@ TEST_F(StorageFaultsTest, FailingTheNthWriteOfAnUpdateNeverAnnouncesWhatIsNotSto
         ASSERT_TRUE(BV1Database::executeStatements("DELETE FROM trigger; DELETE FROM activeFences; DELETE FROM fence;"));
         FenceFetch::reset();
         delegate->received.clear();
-        setZoneAnswer({200, kZone, ""});
+        setZoneAnswer({200, kHallAndParkZone, ""});
         startHost();
         const double t = kT0 + n * 1000;
         deliver(kFarLat, kFarLon, t);
@@ -126,7 +119,7 @@ TEST_F(StorageFaultsTest, FailingTheNthWriteOfAnUpdateNeverAnnouncesWhatIsNotSto
 }
 
 TEST_F(StorageFaultsTest, FenceListingNamesAtMostTheLimitThenCountsTheRest) {
-    setZoneAnswer({200, kZone, ""});
+    setZoneAnswer({200, kHallAndParkZone, ""});
     extended.fenceListingLimit = 1;
     startHost();
     deliver(kLat, kLon, kT0);

@@ -16,14 +16,10 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// Hall and Park overlap at (51.34, 0.73); (51.35, 0.74) is in the same zone, outside both.
+// The fixture's Hall and Park, Hall with a content id.
 constexpr const char* kZone = R"({"fences":[
   {"_id":"f1","name":"Hall","location":{"type":"Point","coordinates":[0.73,51.34]},"radius":100,"content_ids":["c1"]},
   {"_id":"f2","name":"Park","location":{"type":"Point","coordinates":[0.7305,51.3405]},"radius":200}]})";
-constexpr double kLat = 51.34, kLon = 0.73;
-constexpr double kFarLat = 51.35, kFarLon = 0.74;
-// Each step moves a metre and a bit north, so no fix is dropped as a repeat.
-constexpr double kStep = 0.00001;
 
 bool containsLine(const std::vector<std::string>& lines, const std::string& text) {
     return std::find(lines.begin(), lines.end(), text) != lines.end();

@@ -47,6 +47,14 @@ struct ZoneAnswer {
 class WholeRoadTest : public LibraryTest {
 protected:
     static constexpr double kT0 = 1'500'000'000;
+    // Hall and Park overlap at (kLat, kLon); (kFarLat, kFarLon) is in the same zone, outside both.
+    static constexpr const char* kHallAndParkZone = R"({"fences":[
+  {"_id":"f1","name":"Hall","location":{"type":"Point","coordinates":[0.73,51.34]},"radius":100},
+  {"_id":"f2","name":"Park","location":{"type":"Point","coordinates":[0.7305,51.3405]},"radius":200}]})";
+    static constexpr double kLat = 51.34, kLon = 0.73;
+    static constexpr double kFarLat = 51.35, kFarLon = 0.74;
+    // Each step moves a metre and a bit north, so no fix is dropped as a repeat.
+    static constexpr double kStep = 0.00001;
 
     void SetUp() override {
         LibraryTest::SetUp();

@@ -21,8 +21,8 @@
 
 namespace bvgeo {
 
-// How gtest shows a fence in a failure message (found next to ZoneFence by lookup).
-static void PrintTo(const ZoneFence& fence, std::ostream* out) {
+// How gtest shows a fence in a failure message (found next to Fence by lookup).
+static void PrintTo(const Fence& fence, std::ostream* out) {
     *out << fence.id << " \"" << fence.name << "\" " << fence.latitude << ", " << fence.longitude << " r "
          << fence.radius << " content " << fence.content_ids.size();
 }
@@ -46,7 +46,7 @@ Place move(Place from, double azimuth, double metres) {
 
 // Metres from the fence's centre to the point of the named cell nearest to it in
 // latitude and longitude (close to the true nearest point for small circles).
-double distanceToCell(const ZoneFence& fence, const std::string& name, double interval) {
+double distanceToCell(const Fence& fence, const std::string& name, double interval) {
     int latitude = 0, longitude = 0;
     if (std::sscanf(name.c_str(), "zone_%d_%d.json", &latitude, &longitude) != 2) return HUGE_VAL;
     double centreLatitude = latitude / 1000.0, centreLongitude = longitude / 1000.0;
@@ -102,7 +102,7 @@ TEST(ZoneBuilder, EveryPointInsideAFenceLiesInACellWhoseFileListsIt) {
     std::mt19937_64 random(20240517);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     for (double interval : {0.1, 0.2, 1.0}) {
-        std::vector<ZoneFence> fences;
+        std::vector<Fence> fences;
         std::vector<Place> edgePoints;  // for each fence, the point of a cell edge it was placed by
         for (int i = 0; i < 300; ++i) {
             // Centres near a cell corner or with a cell edge just inside the rim, from
@@ -129,7 +129,7 @@ TEST(ZoneBuilder, EveryPointInsideAFenceLiesInACellWhoseFileListsIt) {
         }
         auto cells = assignToCells(fences, interval);
         for (std::size_t i = 0; i < fences.size(); ++i) {
-            const ZoneFence& fence = fences[i];
+            const Fence& fence = fences[i];
             double towardEdge = 0.0, ignored = 0.0;
             GeographicLib::Geodesic::WGS84().Inverse(fence.latitude, fence.longitude, edgePoints[i].latitude,
                                                      edgePoints[i].longitude, towardEdge, ignored);
@@ -145,7 +145,7 @@ TEST(ZoneBuilder, EveryPointInsideAFenceLiesInACellWhoseFileListsIt) {
                 auto file = cells.find(name);
                 bool listed = file != cells.end() &&
                               std::any_of(file->second.begin(), file->second.end(),
-                                          [&](const ZoneFence& listedFence) { return listedFence.id == fence.id; });
+                                          [&](const Fence& listedFence) { return listedFence.id == fence.id; });
                 ASSERT_TRUE(listed) << fence.id << " at " << fence.latitude << ", " << fence.longitude << " radius "
                                     << fence.radius << " interval " << interval << ": missing from " << name;
             }
@@ -166,8 +166,8 @@ TEST(ZoneBuilder, ReadsGeoJsonPointsAndCsvRows) {
          "properties":{"name":"Square"}}]})",
                                   "places.geojson", {.defaultRadius = 250.0});
     ASSERT_TRUE(geojson.ok) << geojson.error;
-    EXPECT_THAT(geojson.fences, ElementsAre(ZoneFence{"shop", "Shop", 51.37, 0.73, 150, {"c1", "c2"}},
-                                            ZoneFence{"7", "Square", -23.55, -46.63, 250, {}}));
+    EXPECT_THAT(geojson.fences, ElementsAre(Fence{"shop", "Shop", 51.37, 0.73, 150, {"c1", "c2"}},
+                                            Fence{"7", "Square", -23.55, -46.63, 250, {}}));
     EXPECT_THAT(geojson.warnings, IsEmpty());
 
     auto csv = readZoneFences("\xef\xbb\xbfid,name,lat,lon,radius\r\n"
@@ -177,12 +177,12 @@ TEST(ZoneBuilder, ReadsGeoJsonPointsAndCsvRows) {
                               "gn3,Iwade,51.38,0.72,\n",
                               "places.csv", {.defaultRadius = 400.0});
     ASSERT_TRUE(csv.ok) << csv.error;
-    EXPECT_THAT(csv.fences, ElementsAre(ZoneFence{"gn1", "Sittingbourne, Kent", 51.34, 0.73, 2500, {}},
-                                        ZoneFence{"gn2", "The \"Old\" Mill\n(by the creek)", -23.5, -46.6, 300, {}},
-                                        ZoneFence{"gn3", "Iwade", 51.38, 0.72, 400, {}}));
+    EXPECT_THAT(csv.fences, ElementsAre(Fence{"gn1", "Sittingbourne, Kent", 51.34, 0.73, 2500, {}},
+                                        Fence{"gn2", "The \"Old\" Mill\n(by the creek)", -23.5, -46.6, 300, {}},
+                                        Fence{"gn3", "Iwade", 51.38, 0.72, 400, {}}));
 
     auto reordered = readZoneFences("name,radius,lon,lat,id,content_ids\nPark,90,2.35,48.85,p1,a; b\n", "p.csv", {});
-    EXPECT_THAT(reordered.fences, ElementsAre(ZoneFence{"p1", "Park", 48.85, 2.35, 90, {"a", "b"}}));
+    EXPECT_THAT(reordered.fences, ElementsAre(Fence{"p1", "Park", 48.85, 2.35, 90, {"a", "b"}}));
 }
 
 TEST(ZoneBuilder, BadFencesAreSkippedWithAWarningAndBadInputsRejected) {
