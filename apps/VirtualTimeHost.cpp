@@ -3,7 +3,7 @@
 #include "request/HTTPClient.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 namespace bvgeo::cli {
 

@@ -8,10 +8,10 @@
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/platform/SimulatedLocationService.hpp>
-#include <bvgeo/platform/testing/ManualClock.hpp>
-#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
-#include <bvgeo/platform/testing/ManualMainQueue.hpp>
+#include <bvgeo/platform/virtualtime/ManualClock.hpp>
+#include <bvgeo/platform/virtualtime/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/virtualtime/ManualMainQueue.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <memory>
 #include <string>

@@ -9,11 +9,11 @@
 #include "capi/Utf8.hpp"
 #include "datastore/BV1Database.hpp"
 #include "logger/Logger.hpp"
+#include "platform/SharedInstance.hpp"
 #include "request/RequestQueue.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 #include <atomic>
 #include <cmath>

@@ -1,11 +1,11 @@
 #include "capi/Session.hpp"
 
+#include "platform/SharedInstance.hpp"
 #include "request/HTTPClient.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 #include <chrono>
 #include <stdexcept>

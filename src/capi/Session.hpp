@@ -14,9 +14,9 @@
 
 #include <bvgeo/DebugConsole.hpp>
 #include <bvgeo/bvgeo.h>
-#include <bvgeo/platform/SimulatedLocationService.hpp>
-#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
-#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/RunLoopMainQueue.hpp>
+#include <bvgeo/platform/virtualtime/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <condition_variable>
 #include <memory>

@@ -5,12 +5,12 @@
 #include "logger/Logger.hpp"
 #include "models/FenceFetch.hpp"
 #include "network/BVReachability.hpp"
+#include "platform/SharedInstance.hpp"
 #include "zone/ZoneGrid.hpp"
 #include "zone/ZoneManager.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <algorithm>
 

@@ -5,9 +5,9 @@
 #include "location/TrackerRules.hpp"
 #include "logger/Logger.hpp"
 #include "models/DebugLocation.hpp"
+#include "platform/NumberText.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/NumberText.hpp>
 #include <bvgeo/platform/Platform.hpp>
 
 #include <algorithm>

@@ -1,7 +1,8 @@
 #include "logger/Logger.hpp"
 
+#include "platform/SharedInstance.hpp"
+
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <atomic>
 #include <string>

@@ -2,9 +2,9 @@
 
 #include "datastore/BV1Database.hpp"
 #include "models/FenceListBuilder.hpp"
+#include "platform/NumberText.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/NumberText.hpp>
 
 #include <nlohmann/json.hpp>
 

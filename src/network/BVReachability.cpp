@@ -1,8 +1,7 @@
 #include "network/BVReachability.hpp"
 
+#include "platform/RecentValue.hpp"
 #include "request/CurlTransport.hpp"
-
-#include <bvgeo/platform/RecentValue.hpp>
 
 #include <curl/curl.h>
 

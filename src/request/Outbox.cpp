@@ -2,10 +2,10 @@
 
 #include "datastore/SqliteStatement.hpp"
 #include "logger/Logger.hpp"
+#include "platform/SharedInstance.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <nlohmann/json.hpp>
 #include <sqlite3.h>

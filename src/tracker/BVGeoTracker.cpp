@@ -6,11 +6,11 @@
 #include "logger/Logger.hpp"
 #include "models/FenceFetch.hpp"
 #include "models/Trigger.hpp"
+#include "platform/SharedInstance.hpp"
 #include "request/RequestQueue.hpp"
 #include "tracker/Environments.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 namespace bvgeo {
 

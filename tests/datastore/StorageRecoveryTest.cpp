@@ -13,7 +13,7 @@
 #include "models/Log.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/testing/ForwardingFileSystem.hpp>
+#include <bvgeo/testing/ForwardingFileSystem.hpp>
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>

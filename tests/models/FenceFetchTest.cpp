@@ -1,9 +1,8 @@
 #include "support/LibraryTest.hpp"
 
 #include "models/FenceFetch.hpp"
-
-#include <bvgeo/platform/linux/FileSettingsStore.hpp>
-#include <bvgeo/platform/linux/PosixFileSystem.hpp>
+#include "platform/linux/FileSettingsStore.hpp"
+#include "platform/linux/PosixFileSystem.hpp"
 
 #include <atomic>
 

@@ -8,7 +8,7 @@
 
 #include <bvgeo/platform/Console.hpp>
 #include <bvgeo/platform/Export.hpp>
-#include <bvgeo/platform/SimulatedLocationService.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <atomic>
 #include <condition_variable>

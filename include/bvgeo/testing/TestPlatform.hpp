@@ -9,13 +9,13 @@
 
 #include <bvgeo/platform/Export.hpp>
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/testing/ManualClock.hpp>
-#include <bvgeo/platform/testing/ManualMainQueue.hpp>
-#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
-#include <bvgeo/platform/testing/RecordingConsole.hpp>
-#include <bvgeo/platform/SimulatedLocationService.hpp>
-#include <bvgeo/platform/testing/TestDevice.hpp>
-#include <bvgeo/platform/testing/InMemorySettingsStore.hpp>
+#include <bvgeo/platform/virtualtime/ManualClock.hpp>
+#include <bvgeo/platform/virtualtime/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/virtualtime/ManualMainQueue.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
+#include <bvgeo/testing/InMemorySettingsStore.hpp>
+#include <bvgeo/testing/RecordingConsole.hpp>
+#include <bvgeo/testing/TestDevice.hpp>
 
 #include <memory>
 #include <string>

@@ -1,6 +1,6 @@
-#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/virtualtime/ManualDispatchQueues.hpp>
 
-#include <bvgeo/platform/linux/ThreadDispatchQueues.hpp>
+#include "platform/linux/ThreadDispatchQueues.hpp"
 
 #include <condition_variable>
 #include <cstdio>

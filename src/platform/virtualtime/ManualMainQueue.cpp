@@ -1,4 +1,4 @@
-#include <bvgeo/platform/testing/ManualMainQueue.hpp>
+#include <bvgeo/platform/virtualtime/ManualMainQueue.hpp>
 
 #include <cstdio>
 

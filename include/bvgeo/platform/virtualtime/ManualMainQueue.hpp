@@ -6,7 +6,7 @@
 
 #include <bvgeo/platform/Export.hpp>
 #include <bvgeo/platform/MainQueue.hpp>
-#include <bvgeo/platform/testing/ManualClock.hpp>
+#include <bvgeo/platform/virtualtime/ManualClock.hpp>
 
 #include <deque>
 #include <map>
