@@ -6,12 +6,12 @@
 
 #include "datastore/BV1Database.hpp"
 #include "datastore/DatabaseConnection.hpp"
+#include "platform/SharedInstance.hpp"
 #include "request/Outbox.hpp"
 #include "request/RequestQueue.hpp"
 #include "track/TrackReader.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <nlohmann/json.hpp>
 

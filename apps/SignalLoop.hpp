@@ -4,8 +4,8 @@
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
-#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
+#include <bvgeo/platform/RunLoopMainQueue.hpp>
 
 #include <csignal>
 #include <functional>

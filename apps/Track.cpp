@@ -7,10 +7,10 @@
 #include "SignalLoop.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "platform/linux/GpsdLocationService.hpp"
 #include "request/HTTPClient.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/linux/GpsdLocationService.hpp>
 
 #include <ctime>
 #include <iostream>

@@ -1,7 +1,7 @@
 #include "VirtualTimeHost.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 namespace bvgeo::cli {
 

@@ -11,7 +11,7 @@
 #include "capi/VirtualTime.hpp"
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/platform/SimulatedLocationService.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <memory>
 #include <string>

@@ -3,11 +3,11 @@
 // log rows. "All rows" reads from the newest end; a rare category (one row in a
 // thousand) makes the query walk back past many rows to fill its page.
 #include "datastore/BV1Database.hpp"
+#include "platform/SharedInstance.hpp"
 
 #include <bvgeo/DebugConsole.hpp>
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 #include <benchmark/benchmark.h>
 #include <httplib.h>

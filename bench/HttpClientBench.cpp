@@ -2,12 +2,12 @@
 // through HTTPClient (connections kept alive between iterations), and requests
 // going through the request queue from addition to completion, with its timers
 // fired by a hand-moved clock so that only the work itself is measured.
+#include "platform/SharedInstance.hpp"
 #include "request/HTTPClient.hpp"
 #include "request/RequestQueue.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <benchmark/benchmark.h>
 #include <httplib.h>

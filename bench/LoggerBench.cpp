@@ -8,12 +8,12 @@
 
 #include "datastore/DatabaseConnection.hpp"
 #include "logger/Logger.hpp"
+#include "platform/SharedInstance.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>

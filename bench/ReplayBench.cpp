@@ -5,10 +5,9 @@
 #include "ReferenceHttpServer.hpp"
 #include "Replay.hpp"
 
+#include "platform/SharedInstance.hpp"
 #include "track/TrackReader.hpp"
 #include "zone/ZoneBuilder.hpp"
-
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>

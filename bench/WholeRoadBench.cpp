@@ -11,11 +11,11 @@
 #include "datastore/DatabaseConnection.hpp"
 #include "models/Fence.hpp"
 #include "models/FenceFetch.hpp"
+#include "platform/SharedInstance.hpp"
 #include "zone/ZoneGrid.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>

@@ -12,7 +12,7 @@ exec python3 - "$root" <<'PY'
 # decides its layer, so "src/zone/ZoneBuilder*" wins over "src/zone/".
 LAYERS = [
     ("vocabulary", ["include/bvgeo/*"]),
-    ("platform", ["include/bvgeo/platform/", "src/platform/"]),
+    ("platform", ["include/bvgeo/platform/", "include/bvgeo/testing/", "src/platform/"]),
     ("storage", ["src/datastore/", "src/logger/"]),
     ("records", ["src/models/"]),
     ("settings", ["src/settings/"]),

@@ -4,9 +4,9 @@
 // walk and prints what it was told.
 //   bvgeo_host DATA_DIR [SERVER_URL]     e.g. SERVER_URL=http://127.0.0.1:8080/
 #include <bvgeo/BVGeoTracker.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SimulatedLocationService.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <chrono>
 #include <condition_variable>

@@ -1,7 +1,7 @@
 // BVError: an error handed to the host (domain "morlane.bvg", a BVErrorCodes code).
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <string>
 #include <string_view>

@@ -11,7 +11,7 @@
 #include <bvgeo/BVTrigger.hpp>
 #include <bvgeo/ConfigOptions.hpp>
 #include <bvgeo/ExtendedOptions.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <functional>
 #include <memory>

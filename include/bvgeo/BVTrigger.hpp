@@ -3,7 +3,7 @@
 #pragma once
 
 #include <bvgeo/ConfigOptions.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <nlohmann/json_fwd.hpp>
 

@@ -3,8 +3,8 @@
 // describe a trigger. Plain values; safe to copy between threads.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
-#include <bvgeo/platform/LocationService.hpp>
+#include <bvgeo/Export.hpp>
+#include <bvgeo/LocationAccuracy.hpp>
 
 #include <cstdint>
 #include <optional>

@@ -15,7 +15,7 @@
 // be called from any thread; the rest may be read from any thread.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <memory>
 #include <optional>

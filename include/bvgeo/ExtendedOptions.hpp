@@ -5,7 +5,7 @@
 // between threads.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <cstddef>
 #include <cstdint>

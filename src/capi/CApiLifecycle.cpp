@@ -5,8 +5,8 @@
 #include "capi/Utf8.hpp"
 #include "capi/WritableDirectory.hpp"
 
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include "platform/SharedInstance.hpp"
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 #include <cmath>
 #include <cstdlib>

@@ -1,11 +1,11 @@
 #include "capi/Session.hpp"
 
+#include "platform/SharedInstance.hpp"
 #include "request/HTTPClient.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 #include <chrono>
 #include <stdexcept>
@@ -114,18 +114,20 @@ bool Session::settle() {
 
 std::optional<double> Session::nextTimer() const { return virtual_->nextTimer(); }
 
-std::optional<std::string> Session::startConsole(const DebugConsoleOptions& options, bool& alreadyRunning) {
+std::optional<std::string> Session::startConsole(
+    const std::function<std::unique_ptr<ConsoleHandle>(std::string& error)>& start, bool& alreadyRunning) {
     std::lock_guard lock(debugConsoleMutex_);
     alreadyRunning = debugConsole_ && debugConsole_->running();
     if (alreadyRunning) return "a debug console already runs at " + debugConsole_->url();
-    auto console = std::make_unique<DebugConsole>(options);
-    if (!console->start()) return console->error();
+    std::string error;
+    auto console = start(error);
+    if (!console) return error;
     debugConsole_ = std::move(console);
     return std::nullopt;
 }
 
 void Session::stopConsole() {
-    std::unique_ptr<DebugConsole> console;
+    std::unique_ptr<ConsoleHandle> console;
     {
         std::lock_guard lock(debugConsoleMutex_);
         console = std::move(debugConsole_);

@@ -12,13 +12,13 @@
 #include "capi/TriggerCallback.hpp"
 #include "capi/VirtualTime.hpp"
 
-#include <bvgeo/DebugConsole.hpp>
 #include <bvgeo/bvgeo.h>
-#include <bvgeo/platform/SimulatedLocationService.hpp>
-#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
-#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/RunLoopMainQueue.hpp>
+#include <bvgeo/platform/virtualtime/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -35,6 +35,15 @@ struct SessionOptions {
     double startTime = 0.0; // virtual time: the clock's start
     bvgeo_console_callback console = nullptr;
     void* consoleUserData = nullptr;
+};
+
+// What a session needs of the debug console it runs beside.
+class ConsoleHandle {
+public:
+    virtual ~ConsoleHandle() = default;
+    virtual bool running() const = 0;
+    virtual std::string url() const = 0;
+    virtual void stop() = 0;
 };
 
 class Session {
@@ -74,9 +83,12 @@ public:
     bool settle();
     std::optional<double> nextTimer() const;
 
-    // Debug console. start: empty when started, else the reason; `alreadyRunning`
-    // tells the two failures apart.
-    std::optional<std::string> startConsole(const DebugConsoleOptions& options, bool& alreadyRunning);
+    // Debug console. The console lives in the layer below this one, which makes it
+    // through `start` (null, with the reason in `error`, when it could not start).
+    // Returns empty when started, else the reason; `alreadyRunning` tells the two
+    // failures apart.
+    std::optional<std::string> startConsole(
+        const std::function<std::unique_ptr<ConsoleHandle>(std::string& error)>& start, bool& alreadyRunning);
     void stopConsole();
     std::string consoleUrl() const;
 
@@ -104,7 +116,7 @@ private:
     std::mutex pumpMutex_; // one fix, and in virtual time one pump, at a time
 
     mutable std::mutex debugConsoleMutex_;
-    std::unique_ptr<DebugConsole> debugConsole_;
+    std::unique_ptr<ConsoleHandle> debugConsole_;
 };
 
 } // namespace bvgeo::capi

@@ -6,9 +6,9 @@
 // One thread at a time (the C API holds a lock around every call).
 #pragma once
 
-#include <bvgeo/platform/testing/ManualClock.hpp>
-#include <bvgeo/platform/testing/ManualDispatchQueues.hpp>
-#include <bvgeo/platform/testing/ManualMainQueue.hpp>
+#include <bvgeo/platform/virtualtime/ManualClock.hpp>
+#include <bvgeo/platform/virtualtime/ManualDispatchQueues.hpp>
+#include <bvgeo/platform/virtualtime/ManualMainQueue.hpp>
 
 #include <cstddef>
 #include <memory>

@@ -2,9 +2,9 @@
 
 #include "datastore/CorruptDatabase.hpp"
 #include "logger/Logger.hpp"
+#include "platform/SharedInstance.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <sqlite3.h>
 

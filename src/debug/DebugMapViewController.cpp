@@ -2,7 +2,7 @@
 
 #include "models/DebugLocation.hpp"
 #include "models/Fence.hpp"
-#include <bvgeo/platform/NumberText.hpp>
+#include "platform/NumberText.hpp"
 #include "settings/TrackerSettings.hpp"
 #include "zone/ZoneGrid.hpp"
 

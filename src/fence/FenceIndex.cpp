@@ -1,7 +1,7 @@
 #include "fence/FenceIndex.hpp"
 
-#include <bvgeo/platform/Geodesic.hpp>
-#include <bvgeo/platform/Wgs84.hpp>
+#include "platform/Geodesic.hpp"
+#include "platform/Wgs84.hpp"
 
 #include <algorithm>
 #include <cmath>

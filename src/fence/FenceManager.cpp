@@ -6,11 +6,11 @@
 #include "models/FenceFetch.hpp"
 #include "network/BVReachability.hpp"
 #include "settings/TrackerSettings.hpp"
+#include "platform/SharedInstance.hpp"
 #include "zone/ZoneGrid.hpp"
 #include "zone/ZoneManager.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <algorithm>
 

@@ -7,7 +7,7 @@
 #include "models/DebugLocation.hpp"
 #include "settings/TrackerSettings.hpp"
 
-#include <bvgeo/platform/NumberText.hpp>
+#include "platform/NumberText.hpp"
 #include <bvgeo/platform/Platform.hpp>
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "location/LocationTracker.hpp"
 
-#include <bvgeo/platform/SharedInstance.hpp>
+#include "platform/SharedInstance.hpp"
 
 namespace bvgeo {
 

@@ -1,9 +1,9 @@
 #include "logger/Logger.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "platform/SharedInstance.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <atomic>
 #include <string>

@@ -2,8 +2,8 @@
 
 #include "datastore/BV1Database.hpp"
 #include "models/FenceListBuilder.hpp"
+#include "platform/NumberText.hpp"
 
-#include <bvgeo/platform/NumberText.hpp>
 
 #include <nlohmann/json.hpp>
 

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/Geodesic.hpp>
+#include "platform/Geodesic.hpp"
 #include <bvgeo/platform/LocationService.hpp>
 
 #include <GeographicLib/Geodesic.hpp>

@@ -1,7 +1,7 @@
 // Distances on the WGS84 ellipsoid, in metres. Pure functions, any thread.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 namespace bvgeo {
 

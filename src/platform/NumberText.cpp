@@ -1,4 +1,4 @@
-#include <bvgeo/platform/NumberText.hpp>
+#include "platform/NumberText.hpp"
 
 #include <charconv>
 #include <cmath>

@@ -1,7 +1,7 @@
 // Decimal text of numbers as the library writes them into log lines.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <string>
 

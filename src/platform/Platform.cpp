@@ -1,5 +1,5 @@
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
 #include <atomic>
 #include <memory>

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/SharedInstance.hpp>
+#include "platform/SharedInstance.hpp"
 
 #include <vector>
 

@@ -4,7 +4,7 @@
 // `resetAllSharedInstances()` while no library work is running.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <atomic>
 #include <functional>

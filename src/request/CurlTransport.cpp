@@ -1,6 +1,6 @@
 #include "request/CurlTransport.hpp"
 
-#include <bvgeo/platform/TextTrim.hpp>
+#include "platform/TextTrim.hpp"
 
 #include <curl/curl.h>
 

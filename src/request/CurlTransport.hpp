@@ -11,7 +11,7 @@
 #include "request/HTTPResponse.hpp"
 #include "request/URLRequest.hpp"
 
-#include <bvgeo/platform/linux/CurlSetup.hpp>
+#include "platform/linux/CurlSetup.hpp"
 
 #include <cstddef>
 #include <functional>

@@ -1,9 +1,9 @@
 #include "request/HTTPClient.hpp"
 
+#include "platform/SharedInstance.hpp"
 #include "request/CompactJsonText.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <algorithm>
 #include <chrono>

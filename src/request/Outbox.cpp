@@ -3,9 +3,9 @@
 #include "datastore/SqliteStatement.hpp"
 #include "logger/Logger.hpp"
 #include "settings/TrackerSettings.hpp"
+#include "platform/SharedInstance.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <nlohmann/json.hpp>
 #include <sqlite3.h>

@@ -1,12 +1,12 @@
 #include "request/RequestQueue.hpp"
 
 #include "logger/Logger.hpp"
+#include "platform/SharedInstance.hpp"
 #include "request/HTTPClient.hpp"
 #include "request/Outbox.hpp"
 #include "settings/TrackerSettings.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <algorithm>
 #include <optional>

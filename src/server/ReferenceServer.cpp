@@ -1,6 +1,6 @@
 #include "server/ReferenceServer.hpp"
 
-#include <bvgeo/platform/TextTrim.hpp>
+#include "platform/TextTrim.hpp"
 
 #include <nlohmann/json.hpp>
 

@@ -4,7 +4,7 @@
 #include "models/FenceFetch.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
+#include "platform/SharedInstance.hpp"
 
 namespace bvgeo {
 

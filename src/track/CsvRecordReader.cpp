@@ -1,6 +1,6 @@
 #include "track/CsvRecordReader.hpp"
 
-#include <bvgeo/platform/TextTrim.hpp>
+#include "platform/TextTrim.hpp"
 
 namespace bvgeo {
 

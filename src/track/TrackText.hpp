@@ -3,7 +3,7 @@
 // Pure functions; any thread.
 #pragma once
 
-#include <bvgeo/platform/TextTrim.hpp>
+#include "platform/TextTrim.hpp"
 
 #include <optional>
 #include <string_view>

@@ -6,12 +6,12 @@
 #include "logger/Logger.hpp"
 #include "models/FenceFetch.hpp"
 #include "models/Trigger.hpp"
+#include "platform/SharedInstance.hpp"
 #include "request/RequestQueue.hpp"
 #include "settings/TrackerSettings.hpp"
 #include "tracker/Environments.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <atomic>
 #include <mutex>

@@ -3,6 +3,7 @@
 #include "datastore/DatabaseConnection.hpp"
 #include "logger/Logger.hpp"
 #include "models/Trigger.hpp"
+#include "platform/SharedInstance.hpp"
 #include "request/CurlTransport.hpp"
 #include "request/HTTPClient.hpp"
 #include "request/Outbox.hpp"
@@ -11,7 +12,6 @@
 #include "trigger/TriggerRules.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
 
 #include <algorithm>
 

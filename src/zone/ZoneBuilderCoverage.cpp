@@ -3,7 +3,7 @@
 #include "zone/ZoneBuilderChecks.hpp"
 #include "zone/ZoneGrid.hpp"
 
-#include <bvgeo/platform/Wgs84.hpp>
+#include "platform/Wgs84.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -4,7 +4,7 @@
 #include "track/CsvRecordReader.hpp"
 #include "zone/ZoneBuilderChecks.hpp"
 
-#include <bvgeo/platform/TextTrim.hpp>
+#include "platform/TextTrim.hpp"
 
 #include <nlohmann/json.hpp>
 

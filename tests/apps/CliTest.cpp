@@ -2,7 +2,7 @@
 #include "Cli.hpp"
 #include "Commands.hpp"
 
-#include <bvgeo/platform/SharedInstance.hpp>
+#include "platform/SharedInstance.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -11,7 +11,7 @@
 #include "zone/ZoneBuilder.hpp"
 #include "zone/ZoneGrid.hpp"
 
-#include <bvgeo/platform/SharedInstance.hpp>
+#include "platform/SharedInstance.hpp"
 
 #include <GeographicLib/Geodesic.hpp>
 #include <gmock/gmock.h>

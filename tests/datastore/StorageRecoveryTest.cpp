@@ -13,7 +13,7 @@
 #include "models/Log.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
-#include <bvgeo/platform/testing/ForwardingPlatform.hpp>
+#include <bvgeo/testing/ForwardingPlatform.hpp>
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>

@@ -4,7 +4,7 @@
 
 #include "support/SmtpSink.hpp"
 
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

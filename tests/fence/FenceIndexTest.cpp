@@ -1,6 +1,6 @@
 #include "fence/FenceIndex.hpp"
 
-#include <bvgeo/platform/Geodesic.hpp>
+#include "platform/Geodesic.hpp"
 
 #include <GeographicLib/Geodesic.hpp>
 #include <gtest/gtest.h>

@@ -2,9 +2,9 @@
 
 #include "models/FenceFetch.hpp"
 
-#include <bvgeo/platform/linux/FileSettingsStore.hpp>
-#include <bvgeo/platform/linux/PosixFileSystem.hpp>
-#include <bvgeo/platform/testing/ForwardingPlatform.hpp>
+#include "platform/linux/FileSettingsStore.hpp"
+#include "platform/linux/PosixFileSystem.hpp"
+#include <bvgeo/testing/ForwardingPlatform.hpp>
 
 #include <atomic>
 

@@ -2,7 +2,8 @@
 # What libbvgeo.so exports: the C API (bvgeo_*) and the public C++ API, nothing from
 # a dependency (SQLite, libcurl, nlohmann::json, cpp-httplib, ...) and no class or
 # function of the library's internals, which are those declared in headers under
-# src/ other than src/platform/ (installed as <bvgeo/platform/...>).
+# src/ other than src/platform/ (the platform's default implementations and helpers,
+# exported beside the interfaces in include/bvgeo/platform/).
 # Usage: exports-only-public-api.sh LIBBVGEO_SO SOURCE_DIR
 set -euo pipefail
 lib="$1"; source_dir="$2"

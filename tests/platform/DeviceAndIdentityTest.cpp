@@ -1,6 +1,7 @@
-#include <bvgeo/platform/linux/PowerSupplyDevice.hpp>
-#include <bvgeo/platform/linux/RandomUuidGenerator.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include "platform/linux/PowerSupplyDevice.hpp"
+#include "platform/linux/RandomUuidGenerator.hpp"
+
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <gtest/gtest.h>
 

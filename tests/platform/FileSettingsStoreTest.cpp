@@ -1,7 +1,7 @@
-#include <bvgeo/platform/linux/FileSettingsStore.hpp>
-#include <bvgeo/platform/linux/PosixFileSystem.hpp>
-#include <bvgeo/platform/testing/ForwardingPlatform.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include "platform/linux/FileSettingsStore.hpp"
+#include "platform/linux/PosixFileSystem.hpp"
+#include <bvgeo/testing/ForwardingPlatform.hpp>
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <nlohmann/json.hpp>
 

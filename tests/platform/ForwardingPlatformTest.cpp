@@ -2,7 +2,7 @@
 
 #include "network/BVReachability.hpp"
 
-#include <bvgeo/platform/testing/ForwardingPlatform.hpp>
+#include <bvgeo/testing/ForwardingPlatform.hpp>
 
 namespace bvgeo::testing {
 namespace {

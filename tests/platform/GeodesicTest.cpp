@@ -1,4 +1,5 @@
-#include <bvgeo/platform/Geodesic.hpp>
+#include "platform/Geodesic.hpp"
+
 #include <bvgeo/platform/LocationService.hpp>
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // Live positions through a real gpsd, fed by gpsfake from an NMEA log.
-#include <bvgeo/platform/linux/GpsdLocationService.hpp>
+#include "platform/linux/GpsdLocationService.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

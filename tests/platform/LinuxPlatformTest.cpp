@@ -1,5 +1,5 @@
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,10 @@
+#include "platform/SharedInstance.hpp"
+
+#include "support/LibraryTest.hpp"
 #include "support/LoopbackServer.hpp"
 
-#include <bvgeo/platform/linux/LinuxReachability.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include "platform/linux/LinuxReachability.hpp"
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <gtest/gtest.h>
 

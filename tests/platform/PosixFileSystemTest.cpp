@@ -1,5 +1,6 @@
-#include <bvgeo/platform/linux/PosixFileSystem.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include "platform/linux/PosixFileSystem.hpp"
+
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

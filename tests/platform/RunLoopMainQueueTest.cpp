@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
+#include <bvgeo/platform/RunLoopMainQueue.hpp>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/SimulatedLocationService.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <GeographicLib/Geodesic.hpp>
 #include <gtest/gtest.h>

@@ -1,6 +1,7 @@
+#include "platform/SharedInstance.hpp"
+
 #include <bvgeo/platform/Platform.hpp>
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,7 @@
+#include "platform/NumberText.hpp"
+
 #include <bvgeo/platform/DateFormatter.hpp>
-#include <bvgeo/platform/NumberText.hpp>
-#include <bvgeo/platform/testing/FixedOffsetDateFormatter.hpp>
+#include <bvgeo/testing/FixedOffsetDateFormatter.hpp>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/ThreadDispatchQueues.hpp>
+#include "platform/linux/ThreadDispatchQueues.hpp"
 
 #include <gtest/gtest.h>
 

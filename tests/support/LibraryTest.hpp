@@ -3,8 +3,9 @@
 // UTC as local time) installed, and every shared instance back to its first state.
 #pragma once
 
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include "platform/SharedInstance.hpp"
+
+#include <bvgeo/testing/TestPlatform.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,9 +1,8 @@
 #include "zone/ZoneBuilder.hpp"
 
 #include "models/Fence.hpp"
+#include "platform/Geodesic.hpp"
 #include "zone/ZoneGrid.hpp"
-
-#include <bvgeo/platform/Geodesic.hpp>
 
 #include <GeographicLib/Geodesic.hpp>
 #include <gmock/gmock.h>

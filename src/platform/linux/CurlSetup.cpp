@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/CurlSetup.hpp>
+#include "platform/linux/CurlSetup.hpp"
 
 #include <curl/curl.h>
 

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/FileSettingsStore.hpp>
+#include "platform/linux/FileSettingsStore.hpp"
 
 #include <bvgeo/platform/DateFormatter.hpp>
 

@@ -9,7 +9,7 @@
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/FileSystem.hpp>
 #include <bvgeo/platform/SettingsStore.hpp>
 

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/GpsdLocationService.hpp>
+#include "platform/linux/GpsdLocationService.hpp"
 
 #include <gps.h>
 

@@ -7,8 +7,8 @@
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/platform/Export.hpp>
-#include <bvgeo/platform/SimulatedLocationService.hpp>
+#include <bvgeo/Export.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <atomic>
 #include <condition_variable>

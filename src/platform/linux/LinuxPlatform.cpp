@@ -1,17 +1,17 @@
-#include <bvgeo/platform/linux/LinuxPlatform.hpp>
+#include <bvgeo/platform/LinuxPlatform.hpp>
 
-#include <bvgeo/platform/SimulatedLocationService.hpp>
-#include <bvgeo/platform/linux/FileSettingsStore.hpp>
-#include <bvgeo/platform/linux/LinuxReachability.hpp>
-#include <bvgeo/platform/linux/LocalDateFormatter.hpp>
-#include <bvgeo/platform/linux/PosixFileSystem.hpp>
-#include <bvgeo/platform/linux/PowerSupplyDevice.hpp>
-#include <bvgeo/platform/linux/RandomUuidGenerator.hpp>
-#include <bvgeo/platform/linux/RunLoopMainQueue.hpp>
-#include <bvgeo/platform/linux/StaticApplication.hpp>
-#include <bvgeo/platform/linux/StreamConsole.hpp>
-#include <bvgeo/platform/linux/SystemClock.hpp>
-#include <bvgeo/platform/linux/ThreadDispatchQueues.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
+#include "platform/linux/FileSettingsStore.hpp"
+#include "platform/linux/LinuxReachability.hpp"
+#include "platform/linux/LocalDateFormatter.hpp"
+#include "platform/linux/PosixFileSystem.hpp"
+#include "platform/linux/PowerSupplyDevice.hpp"
+#include "platform/linux/RandomUuidGenerator.hpp"
+#include <bvgeo/platform/RunLoopMainQueue.hpp>
+#include "platform/linux/StaticApplication.hpp"
+#include "platform/linux/StreamConsole.hpp"
+#include "platform/linux/SystemClock.hpp"
+#include "platform/linux/ThreadDispatchQueues.hpp"
 
 #include <cstdlib>
 #include <vector>

@@ -1,6 +1,6 @@
-#include <bvgeo/platform/linux/LinuxReachability.hpp>
+#include "platform/linux/LinuxReachability.hpp"
 
-#include <bvgeo/platform/linux/CurlSetup.hpp>
+#include "platform/linux/CurlSetup.hpp"
 
 #include <curl/curl.h>
 

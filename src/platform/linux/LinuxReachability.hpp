@@ -5,10 +5,10 @@
 // seconds passed. Thread-safe.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/Reachability.hpp>
-#include <bvgeo/platform/RecentValue.hpp>
-#include <bvgeo/platform/linux/RouteTable.hpp>
+#include "platform/RecentValue.hpp"
+#include "platform/linux/RouteTable.hpp"
 
 #include <chrono>
 #include <string>

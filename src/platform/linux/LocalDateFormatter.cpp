@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/LocalDateFormatter.hpp>
+#include "platform/linux/LocalDateFormatter.hpp"
 
 #include <ctime>
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <bvgeo/platform/DateFormatter.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 namespace bvgeo {
 

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/PosixFileSystem.hpp>
+#include "platform/linux/PosixFileSystem.hpp"
 
 #include <cerrno>
 #include <cstdio>

@@ -3,7 +3,7 @@
 // operations on the same path from several threads are ordered by the kernel only.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/FileSystem.hpp>
 
 #include <string>

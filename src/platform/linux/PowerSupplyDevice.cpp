@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/PowerSupplyDevice.hpp>
+#include "platform/linux/PowerSupplyDevice.hpp"
 
 #include <algorithm>
 #include <charconv>

@@ -7,10 +7,10 @@
 // position. Monitoring starts off, as on a phone. Thread-safe.
 #pragma once
 
-#include <bvgeo/platform/Device.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include "platform/RecentValue.hpp"
 
-#include <bvgeo/platform/RecentValue.hpp>
+#include <bvgeo/platform/Device.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <atomic>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/RandomUuidGenerator.hpp>
+#include "platform/linux/RandomUuidGenerator.hpp"
 
 #include <array>
 #include <cstdint>

@@ -2,7 +2,7 @@
 // the system's random device. The engine sits behind a mutex, so any thread may ask.
 #pragma once
 
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/Uuid.hpp>
 
 #include <mutex>

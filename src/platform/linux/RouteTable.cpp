@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/RouteTable.hpp>
+#include "platform/linux/RouteTable.hpp"
 
 #include <charconv>
 #include <vector>

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/StaticApplication.hpp>
+#include "platform/linux/StaticApplication.hpp"
 
 namespace bvgeo {
 

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/StreamConsole.hpp>
+#include "platform/linux/StreamConsole.hpp"
 
 #include <iostream>
 

@@ -4,7 +4,7 @@
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <iosfwd>
 #include <mutex>

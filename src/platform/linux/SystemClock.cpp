@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/SystemClock.hpp>
+#include "platform/linux/SystemClock.hpp"
 
 #include <chrono>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <bvgeo/platform/Clock.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 namespace bvgeo {
 

@@ -1,5 +1,5 @@
-#include <bvgeo/platform/linux/ThreadDispatchQueues.hpp>
-#include <bvgeo/platform/linux/ThreadSerialQueue.hpp>
+#include "platform/linux/ThreadDispatchQueues.hpp"
+#include "platform/linux/ThreadSerialQueue.hpp"
 
 namespace bvgeo {
 

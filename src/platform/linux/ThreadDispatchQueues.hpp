@@ -4,7 +4,7 @@
 #pragma once
 
 #include <bvgeo/platform/DispatchQueue.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 namespace bvgeo {
 

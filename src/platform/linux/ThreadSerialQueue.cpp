@@ -1,4 +1,4 @@
-#include <bvgeo/platform/linux/ThreadSerialQueue.hpp>
+#include "platform/linux/ThreadSerialQueue.hpp"
 
 #include <condition_variable>
 #include <cstdio>

@@ -5,7 +5,7 @@
 #pragma once
 
 #include <bvgeo/platform/DispatchQueue.hpp>
-#include <bvgeo/platform/Export.hpp>
+#include <bvgeo/Export.hpp>
 
 #include <memory>
 #include <string>

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/testing/FixedOffsetDateFormatter.hpp>
+#include <bvgeo/testing/FixedOffsetDateFormatter.hpp>
 
 #include <ctime>
 

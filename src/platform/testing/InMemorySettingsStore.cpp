@@ -1,4 +1,4 @@
-#include <bvgeo/platform/testing/InMemorySettingsStore.hpp>
+#include <bvgeo/testing/InMemorySettingsStore.hpp>
 
 namespace bvgeo::testing {
 

@@ -1,4 +1,4 @@
-#include <bvgeo/platform/testing/RecordingConsole.hpp>
+#include <bvgeo/testing/RecordingConsole.hpp>
 
 namespace bvgeo::testing {
 

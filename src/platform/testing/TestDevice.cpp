@@ -1,4 +1,4 @@
-#include <bvgeo/platform/testing/TestDevice.hpp>
+#include <bvgeo/testing/TestDevice.hpp>
 
 namespace bvgeo::testing {
 

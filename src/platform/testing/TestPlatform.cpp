@@ -1,10 +1,11 @@
-#include <bvgeo/platform/testing/TestPlatform.hpp>
+#include <bvgeo/testing/TestPlatform.hpp>
 
-#include <bvgeo/platform/SharedInstance.hpp>
-#include <bvgeo/platform/linux/PosixFileSystem.hpp>
-#include <bvgeo/platform/linux/RandomUuidGenerator.hpp>
-#include <bvgeo/platform/linux/StaticApplication.hpp>
-#include <bvgeo/platform/testing/FixedOffsetDateFormatter.hpp>
+#include "platform/linux/PosixFileSystem.hpp"
+#include "platform/linux/RandomUuidGenerator.hpp"
+#include "platform/linux/StaticApplication.hpp"
+#include "platform/SharedInstance.hpp"
+
+#include <bvgeo/testing/FixedOffsetDateFormatter.hpp>
 
 #include <cerrno>
 #include <cstdio>
