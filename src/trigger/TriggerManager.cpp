@@ -27,9 +27,15 @@ TriggerManager::TriggerManager()
 
 void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventType type, Success success) {
     auto& engine = sharedInstance();
-    engine.serialQueue_->async([&engine, fences = std::move(fences), type, success = std::move(success)] {
-        engine.runJob(fences, type, success);
-    });
+    // The update that asked keeps its rows uncommitted until the job has decided, so
+    // a position and its decisions reach the disk in one commit, not two (triggers
+    // still commit at once, and take the update's rows with them).
+    auto update = std::make_shared<WriteGroup>();
+    engine.serialQueue_->async(
+        [&engine, update = std::move(update), fences = std::move(fences), type, success = std::move(success)]() mutable {
+            engine.runJob(fences, type, success);
+            update.reset();
+        });
 }
 
 void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success) {
