@@ -40,7 +40,7 @@ Session::Session(const SessionOptions& options, bvgeo_tracker* handle)
     } else {
         runLoop_ = std::make_shared<RunLoopMainQueue>();
         // Real threads, counted, so that closing can wait until they are idle.
-        threadedQueues_ = std::make_shared<testing::ManualDispatchQueues>(true);
+        threadedQueues_ = std::make_shared<virtualtime::ManualDispatchQueues>(true);
         bundle.mainQueue = runLoop_;
         bundle.dispatchQueues = threadedQueues_;
     }

@@ -104,7 +104,7 @@ private:
 
     // Own thread and host modes.
     std::shared_ptr<RunLoopMainQueue> runLoop_;
-    std::shared_ptr<testing::ManualDispatchQueues> threadedQueues_; // counted, so close can wait for them
+    std::shared_ptr<virtualtime::ManualDispatchQueues> threadedQueues_; // counted, so close can wait for them
     std::thread mainThread_;
     mutable std::mutex hostMutex_;
     std::condition_variable hostDone_;

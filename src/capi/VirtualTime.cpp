@@ -12,9 +12,9 @@ constexpr int kMaxTimersPerAdvance = 1'000'000;
 } // namespace
 
 VirtualTime::VirtualTime(double startTime)
-    : clock_(std::make_shared<testing::ManualClock>(startTime)),
-      mainQueue_(std::make_shared<testing::ManualMainQueue>(clock_)),
-      queues_(std::make_shared<testing::ManualDispatchQueues>()) {}
+    : clock_(std::make_shared<virtualtime::ManualClock>(startTime)),
+      mainQueue_(std::make_shared<virtualtime::ManualMainQueue>(clock_)),
+      queues_(std::make_shared<virtualtime::ManualDispatchQueues>()) {}
 
 bool VirtualTime::settle(std::size_t* ran) {
     auto& http = HTTPClient::sharedInstance();

@@ -20,9 +20,9 @@ class VirtualTime {
 public:
     explicit VirtualTime(double startTime);
 
-    const std::shared_ptr<testing::ManualClock>& clock() const { return clock_; }
-    const std::shared_ptr<testing::ManualMainQueue>& mainQueue() const { return mainQueue_; }
-    const std::shared_ptr<testing::ManualDispatchQueues>& queues() const { return queues_; }
+    const std::shared_ptr<virtualtime::ManualClock>& clock() const { return clock_; }
+    const std::shared_ptr<virtualtime::ManualMainQueue>& mainQueue() const { return mainQueue_; }
+    const std::shared_ptr<virtualtime::ManualDispatchQueues>& queues() const { return queues_; }
 
     double now() const { return clock_->currentTime(); }
 
@@ -36,9 +36,9 @@ public:
     std::optional<double> nextTimer() const { return mainQueue_->nextTimerDue(); }
 
 private:
-    std::shared_ptr<testing::ManualClock> clock_;
-    std::shared_ptr<testing::ManualMainQueue> mainQueue_;
-    std::shared_ptr<testing::ManualDispatchQueues> queues_;
+    std::shared_ptr<virtualtime::ManualClock> clock_;
+    std::shared_ptr<virtualtime::ManualMainQueue> mainQueue_;
+    std::shared_ptr<virtualtime::ManualDispatchQueues> queues_;
 };
 
 } // namespace bvgeo::capi

@@ -24,6 +24,11 @@
 
 namespace bvgeo::testing {
 
+// Tests drive the virtual-time bundle by these names.
+using virtualtime::ManualClock;
+using virtualtime::ManualDispatchQueues;
+using virtualtime::ManualMainQueue;
+
 struct BVGEO_API TestPlatformOptions {
     // Wall-clock start, seconds since 1970-01-01 UTC.
     double startTime = 1'500'000'000.0;

@@ -8,7 +8,7 @@
 #include <functional>
 #include <thread>
 
-namespace bvgeo::testing {
+namespace bvgeo::virtualtime {
 
 namespace {
 
@@ -167,4 +167,4 @@ std::vector<std::string> ManualDispatchQueues::labels() const {
     return result;
 }
 
-} // namespace bvgeo::testing
+} // namespace bvgeo::virtualtime

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-namespace bvgeo::testing {
+namespace bvgeo::virtualtime {
 
 namespace {
 
@@ -131,4 +131,4 @@ std::size_t ManualMainQueue::scheduledTimers() const {
     return timers_.size();
 }
 
-} // namespace bvgeo::testing
+} // namespace bvgeo::virtualtime

@@ -6,7 +6,7 @@
 
 #include <atomic>
 
-namespace bvgeo::testing {
+namespace bvgeo::virtualtime {
 
 class BVGEO_API ManualClock final : public Clock {
 public:
@@ -21,4 +21,4 @@ private:
     std::atomic<double> time_;
 };
 
-} // namespace bvgeo::testing
+} // namespace bvgeo::virtualtime

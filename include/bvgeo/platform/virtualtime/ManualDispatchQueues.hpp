@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace bvgeo::testing {
+namespace bvgeo::virtualtime {
 
 class BVGEO_API ManualDispatchQueues final : public DispatchQueueFactory {
 public:
@@ -36,4 +36,4 @@ private:
     std::shared_ptr<DispatchQueueFactory> threadedFactory_;
 };
 
-} // namespace bvgeo::testing
+} // namespace bvgeo::virtualtime

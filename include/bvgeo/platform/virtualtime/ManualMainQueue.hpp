@@ -15,7 +15,7 @@
 #include <optional>
 #include <thread>
 
-namespace bvgeo::testing {
+namespace bvgeo::virtualtime {
 
 class BVGEO_API ManualMainQueue final : public MainQueue {
 public:
@@ -55,4 +55,4 @@ private:
     std::thread::id pumping_;
 };
 
-} // namespace bvgeo::testing
+} // namespace bvgeo::virtualtime
