@@ -1,6 +1,8 @@
 // Live positions through a real gpsd, fed by gpsfake from an NMEA log.
 #include "platform/linux/GpsdLocationService.hpp"
 
+#include <bvgeo/platform/LinuxPlatform.hpp>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,7 +14,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -171,6 +175,25 @@ TEST(GpsdLocationService, WithoutGpsdItReportsOnceAndStopsPromptly) {
     std::lock_guard lock(statusMutex);
     ASSERT_EQ(status.size(), 1u);
     EXPECT_EQ(status[0].rfind("gpsd: cannot connect to 127.0.0.1:" + std::to_string(port), 0), 0u) << status[0];
+}
+
+TEST(GpsdLocationService, TheHostsFactoryGivesAStartedServiceThatStopsWithItsLastReference) {
+    std::mutex statusMutex;
+    std::condition_variable statusChanged;
+    std::vector<std::string> status;
+    const int port = freePort();
+    auto service = makeGpsdLocationService("127.0.0.1", std::to_string(port), [&](const std::string& line) {
+        std::lock_guard lock(statusMutex);
+        status.push_back(line);
+        statusChanged.notify_all();
+    });
+    {
+        std::unique_lock lock(statusMutex);
+        ASSERT_TRUE(statusChanged.wait_for(lock, std::chrono::seconds(10), [&] { return !status.empty(); }))
+            << "the service tried gpsd without being started by hand";
+        EXPECT_EQ(status[0].rfind("gpsd: cannot connect to 127.0.0.1:" + std::to_string(port), 0), 0u) << status[0];
+    }
+    service.reset(); // the last reference: stops and joins the reader before the status sink goes
 }
 
 } // namespace

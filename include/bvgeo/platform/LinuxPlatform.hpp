@@ -9,6 +9,8 @@
 #include <bvgeo/Export.hpp>
 #include <bvgeo/platform/Platform.hpp>
 
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,5 +41,12 @@ struct BVGEO_API LinuxPlatformOptions {
 BVGEO_API std::string defaultDocumentsDirectory();
 
 BVGEO_API Platform makeLinuxPlatform(const LinuxPlatformOptions& options = {});
+
+// Live positions from a running gpsd, for LinuxPlatformOptions::locationService:
+// already started, it keeps reconnecting while gpsd is away and stops when the
+// last reference goes. Status lines (connected, lost, reconnecting) go to `status`
+// when it is set, on the service's reader thread.
+BVGEO_API std::shared_ptr<LocationService> makeGpsdLocationService(
+    std::string host = "localhost", std::string port = "2947", std::function<void(const std::string&)> status = {});
 
 } // namespace bvgeo

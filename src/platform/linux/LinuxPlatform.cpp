@@ -1,17 +1,19 @@
 #include <bvgeo/platform/LinuxPlatform.hpp>
 
-#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 #include "platform/linux/FileSettingsStore.hpp"
+#include "platform/linux/GpsdLocationService.hpp"
 #include "platform/linux/LinuxReachability.hpp"
 #include "platform/linux/LocalDateFormatter.hpp"
 #include "platform/linux/PosixFileSystem.hpp"
 #include "platform/linux/PowerSupplyDevice.hpp"
 #include "platform/linux/RandomUuidGenerator.hpp"
-#include <bvgeo/platform/RunLoopMainQueue.hpp>
 #include "platform/linux/StaticApplication.hpp"
 #include "platform/linux/StreamConsole.hpp"
 #include "platform/linux/SystemClock.hpp"
 #include "platform/linux/ThreadDispatchQueues.hpp"
+
+#include <bvgeo/platform/RunLoopMainQueue.hpp>
+#include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <cstdlib>
 #include <vector>
@@ -46,6 +48,13 @@ std::string homeDirectory() {
 std::string defaultDocumentsDirectory() {
     if (auto data = environment("XDG_DATA_HOME"); !data.empty()) return appendPathComponent(data, "bvgeo");
     return appendPathComponent(homeDirectory(), ".local/share/bvgeo");
+}
+
+std::shared_ptr<LocationService> makeGpsdLocationService(std::string host, std::string port,
+                                                         std::function<void(const std::string&)> status) {
+    auto service = std::make_shared<GpsdLocationService>(std::move(host), std::move(port), std::move(status));
+    service->start();
+    return service;
 }
 
 Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
