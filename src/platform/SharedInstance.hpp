@@ -4,7 +4,6 @@
 // `resetAllSharedInstances()` while no library work is running.
 #pragma once
 
-#include <bvgeo/Export.hpp>
 
 #include <atomic>
 #include <functional>
@@ -15,11 +14,11 @@ namespace bvgeo {
 
 namespace detail {
 // Remembers each slot once it is filled, so that a reset empties them newest first.
-BVGEO_API void registerSharedReset(std::function<void()> reset);
+void registerSharedReset(std::function<void()> reset);
 } // namespace detail
 
 // Empties every filled slot, newest first. Only while nothing else runs.
-BVGEO_API void resetAllSharedInstances();
+void resetAllSharedInstances();
 
 template <class T>
 class SharedInstance {

@@ -2,8 +2,8 @@
 # What libbvgeo.so exports: the C API (bvgeo_*) and the public C++ API, nothing from
 # a dependency (SQLite, libcurl, nlohmann::json, cpp-httplib, ...) and no class or
 # function of the library's internals, which are those declared in headers under
-# src/ other than src/platform/ (the platform's default implementations and helpers,
-# exported beside the interfaces in include/bvgeo/platform/).
+# src/ (the Linux implementations and helpers included: a host reaches them through
+# the factories in include/bvgeo/platform/).
 # Usage: exports-only-public-api.sh LIBBVGEO_SO SOURCE_DIR
 set -euo pipefail
 lib="$1"; source_dir="$2"
@@ -26,14 +26,14 @@ if bad="$(grep -Ev '^(bvgeo_|bvgeo::|typeinfo for bvgeo::|typeinfo name for bvge
   fail "outside the API: $(head -5 <<<"$bad")"
 fi
 
-# Internal classes and functions: the names that headers outside src/platform declare.
-internal="$(find "$source_dir/src" -name '*.hpp' -not -path '*/platform/*' -not -path '*/node_modules/*' \
+# Internal classes and functions: the names that headers under src/ declare.
+internal="$(find "$source_dir/src" -name '*.hpp' -not -path '*/node_modules/*' \
   -exec grep -hoE '^(class|struct) [A-Z][A-Za-z0-9_]*|^[A-Za-z_:<>, ]+ [a-z][A-Za-z0-9_]*\(' {} + |
   sed -E 's/^(class|struct) //; s/^.* ([a-z][A-Za-z0-9_]*)\($/\1/' | sort -u)"
 while read -r name; do
   [ -n "$name" ] || continue
   # A name an installed header also declares is public (rawValue, say).
-  if grep -rqE "\b$name\b" "$source_dir/include" "$source_dir/src/platform" --include='*.hpp' --include='*.h'; then continue; fi
+  if grep -rqE "\b$name\b" "$source_dir/include" --include='*.hpp' --include='*.h'; then continue; fi
   if bad="$(grep -E "bvgeo::(capi::)?$name(::|\(|$)" <<<"$demangled")"; then fail "internal $name: $(head -3 <<<"$bad")"; fi
 done <<<"$internal"
 

@@ -9,7 +9,6 @@
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/FileSystem.hpp>
 #include <bvgeo/platform/SettingsStore.hpp>
 
@@ -20,7 +19,7 @@
 
 namespace bvgeo {
 
-class BVGEO_API FileSettingsStore final : public SettingsStore {
+class FileSettingsStore final : public SettingsStore {
 public:
     FileSettingsStore(std::string path, std::shared_ptr<FileSystem> files, std::shared_ptr<Console> console);
 

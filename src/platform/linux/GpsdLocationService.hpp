@@ -7,7 +7,6 @@
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <atomic>
@@ -21,7 +20,7 @@
 
 namespace bvgeo {
 
-class BVGEO_API GpsdLocationService final : public LocationService {
+class GpsdLocationService final : public LocationService {
 public:
     // `host` and `port` of gpsd (localhost and 2947 by default). Status lines
     // (connected, lost, reconnecting) go to `status` when it is set.

@@ -5,7 +5,6 @@
 // seconds passed. Thread-safe.
 #pragma once
 
-#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/Reachability.hpp>
 #include "platform/RecentValue.hpp"
 #include "platform/linux/RouteTable.hpp"
@@ -16,7 +15,7 @@
 
 namespace bvgeo {
 
-struct BVGEO_API LinuxReachabilityOptions {
+struct LinuxReachabilityOptions {
     std::string probeURL = "https://www.debian.org/";
     std::string ipv4RouteFile = "/proc/net/route";
     std::string ipv6RouteFile = "/proc/net/ipv6_route";
@@ -27,7 +26,7 @@ struct BVGEO_API LinuxReachabilityOptions {
     RecentValue<BVReachabilityType>::SteadyNow steadyNow = {};
 };
 
-class BVGEO_API LinuxReachability final : public Reachability {
+class LinuxReachability final : public Reachability {
 public:
     static constexpr double kProbeTimeout = 10.0; // seconds
 

@@ -3,11 +3,10 @@
 #pragma once
 
 #include <bvgeo/platform/DateFormatter.hpp>
-#include <bvgeo/Export.hpp>
 
 namespace bvgeo {
 
-class BVGEO_API LocalDateFormatter final : public DateFormatter {
+class LocalDateFormatter final : public DateFormatter {
 public:
     LocalDateFormatter();
     std::string format(double secondsSince1970, std::string_view pattern) const override;

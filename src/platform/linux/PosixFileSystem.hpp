@@ -3,14 +3,13 @@
 // operations on the same path from several threads are ordered by the kernel only.
 #pragma once
 
-#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/FileSystem.hpp>
 
 #include <string>
 
 namespace bvgeo {
 
-class BVGEO_API PosixFileSystem final : public FileSystem {
+class PosixFileSystem final : public FileSystem {
 public:
     explicit PosixFileSystem(std::string documentsDirectory);
 

@@ -10,7 +10,6 @@
 #include "platform/RecentValue.hpp"
 
 #include <bvgeo/platform/Device.hpp>
-#include <bvgeo/Export.hpp>
 
 #include <atomic>
 #include <chrono>
@@ -20,7 +19,7 @@
 
 namespace bvgeo {
 
-class BVGEO_API PowerSupplyDevice final : public Device {
+class PowerSupplyDevice final : public Device {
 public:
     explicit PowerSupplyDevice(std::string powerSupplyDirectory = "/sys/class/power_supply",
                                std::chrono::steady_clock::duration maxAge = {},

@@ -2,7 +2,6 @@
 // the system's random device. The engine sits behind a mutex, so any thread may ask.
 #pragma once
 
-#include <bvgeo/Export.hpp>
 #include <bvgeo/platform/Uuid.hpp>
 
 #include <mutex>
@@ -10,7 +9,7 @@
 
 namespace bvgeo {
 
-class BVGEO_API RandomUuidGenerator final : public UuidGenerator {
+class RandomUuidGenerator final : public UuidGenerator {
 public:
     RandomUuidGenerator();
     std::string newUuid() override;

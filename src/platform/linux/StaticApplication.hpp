@@ -4,13 +4,12 @@
 #pragma once
 
 #include <bvgeo/platform/Application.hpp>
-#include <bvgeo/Export.hpp>
 
 #include <mutex>
 
 namespace bvgeo {
 
-class BVGEO_API StaticApplication final : public Application {
+class StaticApplication final : public Application {
 public:
     explicit StaticApplication(ApplicationState state = ApplicationState::Active,
                                std::optional<std::vector<std::string>> backgroundModes =

@@ -4,14 +4,13 @@
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>
-#include <bvgeo/Export.hpp>
 
 #include <iosfwd>
 #include <mutex>
 
 namespace bvgeo {
 
-class BVGEO_API StreamConsole final : public Console {
+class StreamConsole final : public Console {
 public:
     StreamConsole();
     StreamConsole(std::ostream& logStream, std::ostream& printStream);

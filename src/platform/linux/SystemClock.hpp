@@ -2,11 +2,10 @@
 #pragma once
 
 #include <bvgeo/platform/Clock.hpp>
-#include <bvgeo/Export.hpp>
 
 namespace bvgeo {
 
-class BVGEO_API SystemClock final : public Clock {
+class SystemClock final : public Clock {
 public:
     double currentTime() const override;
 };

@@ -4,11 +4,10 @@
 #pragma once
 
 #include <bvgeo/platform/DispatchQueue.hpp>
-#include <bvgeo/Export.hpp>
 
 namespace bvgeo {
 
-class BVGEO_API ThreadDispatchQueues final : public DispatchQueueFactory {
+class ThreadDispatchQueues final : public DispatchQueueFactory {
 public:
     std::shared_ptr<DispatchQueue> makeSerialQueue(std::string label) override;
 };

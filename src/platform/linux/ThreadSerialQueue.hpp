@@ -5,7 +5,6 @@
 #pragma once
 
 #include <bvgeo/platform/DispatchQueue.hpp>
-#include <bvgeo/Export.hpp>
 
 #include <memory>
 #include <string>
@@ -13,7 +12,7 @@
 
 namespace bvgeo {
 
-class BVGEO_API ThreadSerialQueue final : public DispatchQueue {
+class ThreadSerialQueue final : public DispatchQueue {
 public:
     explicit ThreadSerialQueue(std::string label);
     ~ThreadSerialQueue() override;
