@@ -363,10 +363,12 @@ TEST_F(CApiTest, HostServedMainQueueCallsBackOnTheHostsThread) {
     startHost(0);
     const double now = static_cast<double>(std::time(nullptr));
     ASSERT_EQ(push(0, now, BVGEO_FIX_STANDARD), BVGEO_OK);
-    // A host loop of its own: pump until the enter arrives.
-    for (int i = 0; i < 3000 && log_.events().empty(); ++i) {
+    // A host loop of its own: pump until the enter arrives, which waits for the zone
+    // download on another thread.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (log_.events().empty() && std::chrono::steady_clock::now() < deadline) {
         ASSERT_EQ(bvgeo_main_queue_run_pending(tracker_, nullptr), BVGEO_OK);
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::yield();
     }
     ASSERT_EQ(log_.events(), std::vector<std::string>{"enter"});
     {
