@@ -1,6 +1,8 @@
 // Live positions through a real gpsd, fed by gpsfake from an NMEA log.
 #include "platform/linux/GpsdLocationService.hpp"
 
+#include "support/TempDir.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -114,7 +116,8 @@ struct Recorder : LocationManagerDelegate {
 };
 
 TEST(GpsdLocationService, DeliversGpsdFixesInOrderToRunningManagers) {
-    const auto log = std::filesystem::temp_directory_path() / ("bvgeo-gpsfake-" + std::to_string(::getpid()) + ".nmea");
+    const testing::TempDir dir("bvgeo-gpsfake");
+    const auto log = dir / "fixes.nmea";
     const auto fixes = writeLog(log, 40);
     const int port = freePort();
     GpsFake feeder(log, port);
@@ -138,7 +141,6 @@ TEST(GpsdLocationService, DeliversGpsdFixesInOrderToRunningManagers) {
     // service catches must come through as the log's own fixes, oldest first.
     ASSERT_TRUE(service.waitForFixes(5, 60.0)) << "no fixes from gpsd on port " << port;
     service.stop();
-    std::filesystem::remove(log);
 
     std::lock_guard lock(running.mutex);
     ASSERT_GE(running.received.size(), 5u);
