@@ -2,6 +2,7 @@
 // a full disk during a location update loses nothing that was announced and heals,
 // and the fence listing can be capped.
 #include "support/FaultyVfs.hpp"
+#include "support/SqliteFile.hpp"
 #include "support/WholeRoad.hpp"
 
 #include "datastore/BV1Database.hpp"
@@ -19,20 +20,10 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// Triggers another connection sees: committed ones only.
+// Triggers another connection sees: committed ones only; -1 when it cannot read.
 int committedTriggers() {
-    int count = -1;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(BV1Database().path().c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
-        sqlite3_exec(
-            db, "SELECT count(*) FROM trigger",
-            [](void* out, int, char** values, char**) {
-                *static_cast<int*>(out) = std::atoi(values[0]);
-                return 0;
-            },
-            &count, nullptr);
-    sqlite3_close(db);
-    return count;
+    const auto count = sqliteScalar(BV1Database().path(), "SELECT count(*) FROM trigger");
+    return count.empty() ? -1 : std::stoi(count);
 }
 
 std::vector<std::string> warnings(const std::vector<std::string>& lines) {
