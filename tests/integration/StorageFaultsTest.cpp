@@ -87,11 +87,7 @@ TEST_F(StorageFaultsTest, FailingTheNthWriteOfAnUpdateNeverAnnouncesWhatIsNotSto
     FaultyVfs disk;
     for (int n = 0; n < 28; ++n) {
         SCOPED_TRACE("failing write " + std::to_string(n + 1));
-        sim().installFresh();
-        ASSERT_TRUE(BV1Database::executeStatements("DELETE FROM trigger; DELETE FROM activeFences; DELETE FROM fence;"));
-        FenceFetch::reset();
-        delegate->received.clear();
-        setZoneAnswer({200, kHallAndParkZone, ""});
+        startOver(kHallAndParkZone);
         startHost();
         const double t = kT0 + n * 1000;
         deliver(kFarLat, kFarLon, t);
@@ -115,17 +111,15 @@ TEST_F(StorageFaultsTest, FenceListingNamesAtMostTheLimitThenCountsTheRest) {
     startHost();
     deliver(kLat, kLon, kT0);
     const std::string listing = "logRetrievedFences(_:fenceList:) [Line 128]: Fences from ";
-    auto fence = storedLines(LogCategory::FENCE);
-    EXPECT_NE(std::find(fence.begin(), fence.end(), listing + "Zone file (new) - not cached: Hall - (f1),(+1 more)"),
-              fence.end());
+    EXPECT_TRUE(
+        hasLine(storedLines(LogCategory::FENCE), listing + "Zone file (new) - not cached: Hall - (f1),(+1 more)"));
     EXPECT_THAT(delegate->summary(), ElementsAre("enter f1 Hall", "enter f2 Park")) << "only the text is shorter";
 
     // At the limit the line is as it always was.
     extended.fenceListingLimit = 2;
     restartHost();
     deliver(kLat + kStep, kLon, kT0 + 10);
-    fence = storedLines(LogCategory::FENCE);
-    EXPECT_NE(std::find(fence.begin(), fence.end(), listing + "Cache: Hall - (f1),Park - (f2)"), fence.end());
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::FENCE), listing + "Cache: Hall - (f1),Park - (f2)"));
 }
 
 } // namespace
