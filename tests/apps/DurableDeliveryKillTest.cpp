@@ -82,14 +82,14 @@ TEST(DurableDeliveryKillTest, EveryStoredTriggerReachesTheServerOnceAcrossKilled
     // Every trigger the device stored went out; the server stored each report once.
     server.stop();
     const std::string serverFile = options.triggerDatabasePath;
-    const auto receivedRows = sqliteRows(serverFile, "SELECT event, CAST(timestamp AS INTEGER), fence_id FROM triggers");
+    const std::string columns = "SELECT event, CAST(timestamp AS INTEGER), fence_id FROM ";
+    const auto receivedRows = sqliteRows(serverFile, columns + "triggers");
     const std::multiset<std::string> received(receivedRows.begin(), receivedRows.end());
     EXPECT_EQ(sqliteScalar(serverFile, "SELECT count(*) FROM triggers WHERE idempotency_key IS NULL"), "0")
         << "every report carries a key";
     EXPECT_EQ(sqliteScalar(serverFile, "SELECT count(*) - count(DISTINCT idempotency_key) FROM triggers"), "0");
     const auto duplicates = sqliteScalar(serverFile, "SELECT coalesce(sum(duplicates), 0) FROM triggers");
-    const auto storedRows =
-        sqliteRows((device / "BVGDatabase.sqlite").string(), "SELECT event, CAST(timestamp AS INTEGER), fence_id FROM trigger");
+    const auto storedRows = sqliteRows((device / "BVGDatabase.sqlite").string(), columns + "trigger");
     const std::multiset<std::string> stored(storedRows.begin(), storedRows.end());
     ASSERT_FALSE(stored.empty());
     for (const auto& trigger : stored) EXPECT_GE(received.count(trigger), stored.count(trigger)) << trigger;

@@ -231,7 +231,8 @@ TEST_F(ReplayTest, DamagedDatabaseIsMovedAsideAndTheReplayGoesOnIntoAFreshOne) {
     // BVGDatabase.corrupt-<yyyyMMdd-HHmmss>.sqlite
     EXPECT_EQ(aside[0].size(), std::string("BVGDatabase.corrupt-20140513-165320.sqlite").size());
     EXPECT_THAT(stderrText, ::testing::HasSubstr("The database file was damaged ("));
-    EXPECT_THAT(stderrText, ::testing::HasSubstr("moved to " + (device / aside[0]).string() + "; a new file was started"));
+    EXPECT_THAT(stderrText,
+                ::testing::HasSubstr("moved to " + (device / aside[0]).string() + "; a new file was started"));
 
     EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM sqlite_master WHERE type = 'table'"), "5");
     EXPECT_EQ(sqliteScalar(database, "PRAGMA integrity_check"), "ok");
