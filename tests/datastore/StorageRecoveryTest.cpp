@@ -4,6 +4,7 @@
 #include "support/SqliteFile.hpp"
 #include "support/LibraryTest.hpp"
 #include "support/StoredLogs.hpp"
+#include "support/TempDir.hpp"
 
 #include "datastore/BV1Database.hpp"
 #include "datastore/DatabaseConnection.hpp"
@@ -44,13 +45,7 @@ std::string randomBytes(std::size_t count) {
 }
 
 std::vector<std::string> corruptFiles(const std::string& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory))
-        if (const auto name = entry.path().filename().string();
-            name.find(".corrupt-") != std::string::npos && name.ends_with(".sqlite"))
-            names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
+    return filesIn(directory, "BVGDatabase.corrupt-", ".sqlite");
 }
 
 class StorageRecoveryTest : public LibraryTest {

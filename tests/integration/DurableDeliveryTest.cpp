@@ -1,6 +1,7 @@
 // Trigger reports that outlive the process: the idempotency key every report
 // carries, and the outbox that durable delivery keeps beside the database.
 #include "support/SqliteFile.hpp"
+#include "support/TempDir.hpp"
 #include "support/WholeRoad.hpp"
 
 #include "datastore/BV1Database.hpp"
@@ -129,14 +130,8 @@ TEST_F(DurableDeliveryTest, ADamagedOrNewerOutboxIsMovedAsideAndTrackingGoesOn) 
     sqlite3_exec(db, "PRAGMA user_version = 9", nullptr, nullptr, nullptr);
     sqlite3_close(db);
     EXPECT_EQ(Outbox::sharedInstance().count(), 0u);
-    std::size_t newer = 0, corrupt = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-        const auto name = entry.path().filename().string();
-        newer += name.starts_with("BVGOutbox.newer-") && name.ends_with(".sqlite");
-        corrupt += name.starts_with("BVGOutbox.corrupt-") && name.ends_with(".sqlite");
-    }
-    EXPECT_EQ(newer, 1u);
-    EXPECT_EQ(corrupt, 1u);
+    EXPECT_EQ(filesIn(dir, "BVGOutbox.newer-", ".sqlite").size(), 1u);
+    EXPECT_EQ(filesIn(dir, "BVGOutbox.corrupt-", ".sqlite").size(), 1u);
 }
 
 TEST_F(DurableDeliveryTest, ResetArchivesTheDatabaseButReportsStillOwedAreDelivered) {

@@ -1,5 +1,6 @@
 #include "platform/linux/FileSettingsStore.hpp"
 #include "platform/linux/PosixFileSystem.hpp"
+#include "support/TempDir.hpp"
 #include <bvgeo/testing/ForwardingPlatform.hpp>
 #include <bvgeo/testing/TestPlatform.hpp>
 
@@ -17,13 +18,6 @@ protected:
     std::unique_ptr<FileSettingsStore> open() {
         return std::make_unique<FileSettingsStore>(path, files, console);
     }
-    std::vector<std::string> directoryEntries() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(sim.documentsDirectory()))
-            names.push_back(entry.path().filename().string());
-        return names;
-    }
-
     TestPlatform sim;
     std::shared_ptr<PosixFileSystem> files = std::make_shared<PosixFileSystem>(sim.documentsDirectory());
     std::shared_ptr<RecordingConsole> console = std::make_shared<RecordingConsole>();
@@ -41,7 +35,7 @@ TEST_F(FileSettingsStoreTest, ValuesSurviveIntoTheNextInstanceWithTheirTypes) {
         store->remove("never-there");
         ASSERT_TRUE(store->synchronize());
     }
-    EXPECT_EQ(directoryEntries(), std::vector<std::string>{"bvgeo-settings.json"}) << "no temporary file left";
+    EXPECT_EQ(filesIn(sim.documentsDirectory()), std::vector<std::string>{"bvgeo-settings.json"}) << "no temporary file left";
 
     auto store = open();
     EXPECT_EQ(store->string("bv1GeoDeviceId"), "O'Brien \"quoted\" ünïcode");
@@ -82,7 +76,7 @@ TEST_F(FileSettingsStoreTest, DamagedFileIsMovedAsideAndTheSettingsStartEmpty) {
         ASSERT_TRUE(store->synchronize());
         EXPECT_EQ(open()->string("key"), "value");
     }
-    EXPECT_EQ(directoryEntries().size(), 3u) << "the settings and both damaged files";
+    EXPECT_EQ(filesIn(sim.documentsDirectory()).size(), 3u) << "the settings and both damaged files";
 }
 
 TEST_F(FileSettingsStoreTest, FailingWritesWarnOnceLeaveTheFileWholeAndRecover) {
@@ -129,7 +123,7 @@ TEST_F(FileSettingsStoreTest, SynchronizeReportsAFailedWrite) {
     EXPECT_FALSE(store->synchronize());
     EXPECT_EQ(store->string("key"), "value") << "still readable in memory";
     EXPECT_EQ(console->logLines().size(), 1u);
-    EXPECT_EQ(directoryEntries(), std::vector<std::string>{"bvgeo-settings.json"}) << "temporary file cleaned up";
+    EXPECT_EQ(filesIn(sim.documentsDirectory()), std::vector<std::string>{"bvgeo-settings.json"}) << "temporary file cleaned up";
 }
 
 } // namespace
