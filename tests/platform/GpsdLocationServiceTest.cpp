@@ -1,6 +1,7 @@
 // Live positions through a real gpsd, fed by gpsfake from an NMEA log.
 #include "platform/linux/GpsdLocationService.hpp"
 
+#include "support/Nmea.hpp"
 #include "support/TempDir.hpp"
 
 #include <gmock/gmock.h>
@@ -27,14 +28,6 @@ extern char** environ;
 namespace bvgeo {
 namespace {
 
-std::string withChecksum(const std::string& body) {
-    unsigned checksum = 0;
-    for (char c : body) checksum ^= static_cast<unsigned char>(c);
-    char text[4];
-    std::snprintf(text, sizeof text, "%02X", checksum);
-    return "$" + body + "*" + text;
-}
-
 struct Fix {
     double latitude, longitude, time;
 };
@@ -50,8 +43,8 @@ std::vector<Fix> writeLog(const std::string& path, int count) {
         std::snprintf(minutes, sizeof minutes, "%07.4f", (latitude - 51.0) * 60.0);
         std::snprintf(clock, sizeof clock, "07%02d%02d.00", 21 + i / 60, i % 60);
         const std::string position = std::string("51") + minutes + ",N,00042.0000,E";
-        log << withChecksum(std::string("GPRMC,") + clock + ",A," + position + ",5.0,0.0,011126,,,A") << "\r\n";
-        log << withChecksum(std::string("GPGGA,") + clock + "," + position + ",1,08,0.9,10.0,M,47.0,M,,") << "\r\n";
+        log << testing::nmeaSentence(std::string("GPRMC,") + clock + ",A," + position + ",5.0,0.0,011126,,,A") << "\r\n";
+        log << testing::nmeaSentence(std::string("GPGGA,") + clock + "," + position + ",1,08,0.9,10.0,M,47.0,M,,") << "\r\n";
         fixes.push_back({51.0 + std::stod(minutes) / 60.0, 0.7, start + i});
     }
     return fixes;
