@@ -4,6 +4,7 @@
 #include "support/SqliteFile.hpp"
 #include "support/LibraryTest.hpp"
 #include "support/StoredLogs.hpp"
+#include "support/FaultyFiles.hpp"
 #include "support/TempDir.hpp"
 
 #include "datastore/BV1Database.hpp"
@@ -125,15 +126,8 @@ TEST_F(StorageRecoveryTest, UnwritableDirectoryFailsQuietlyAndWorksOnceWritable)
 
 TEST_F(StorageRecoveryTest, FailingRenameInResetKeepsTheFileInUseAndTheNextResetWorks) {
     // A file system that refuses every move, as a full or read-only volume would.
-    struct RefusingMoves final : ForwardingFileSystem {
-        using ForwardingFileSystem::ForwardingFileSystem;
-        FileResult moveItem(const std::string& from, const std::string& to) override {
-            if (refuse) return FileResult::failure("Cannot move \"" + from + "\" to \"" + to + "\": No space left");
-            return ForwardingFileSystem::moveItem(from, to);
-        }
-        bool refuse = true;
-    };
-    auto files = installWrapped<RefusingMoves>();
+    auto files = installWrapped<FaultyFiles>();
+    files->refuseMoves = true;
 
     auto& tracker = BVGeoTracker::sharedInstance();
     tracker.configure("app", 0, 3);
@@ -152,7 +146,7 @@ TEST_F(StorageRecoveryTest, FailingRenameInResetKeepsTheFileInUseAndTheNextReset
     EXPECT_EQ(storedLines(LogCategory::CLIENT).size(), 2u);
     EXPECT_NE(tracker.getDeviceId(), deviceId) << "the settings were cleared all the same";
 
-    files->refuse = false;
+    files->refuseMoves = false;
     tracker.reset("archive", [&] { ++successes; }, [&](const BVError&) { ++failures; });
     EXPECT_EQ(successes, 2);
     EXPECT_TRUE(BV1Database().checkIfNewFileExists("archive"));

@@ -1,5 +1,6 @@
 #include "platform/linux/FileSettingsStore.hpp"
 #include "platform/linux/PosixFileSystem.hpp"
+#include "support/FaultyFiles.hpp"
 #include "support/TempDir.hpp"
 #include <bvgeo/testing/ForwardingPlatform.hpp>
 #include <bvgeo/testing/TestPlatform.hpp>
@@ -80,20 +81,12 @@ TEST_F(FileSettingsStoreTest, DamagedFileIsMovedAsideAndTheSettingsStartEmpty) {
 }
 
 TEST_F(FileSettingsStoreTest, FailingWritesWarnOnceLeaveTheFileWholeAndRecover) {
-    struct FullDisk final : ForwardingFileSystem {
-        using ForwardingFileSystem::ForwardingFileSystem;
-        FileResult writeFileAtomically(const std::string& target, const std::string& contents) override {
-            if (full) return FileResult::failure("Cannot write \"" + target + "\": No space left on device");
-            return ForwardingFileSystem::writeFileAtomically(target, contents);
-        }
-        bool full = false;
-    };
-    auto disk = std::make_shared<FullDisk>(files);
+    auto disk = std::make_shared<FaultyFiles>(files);
     FileSettingsStore store(path, disk, console);
     store.setString("bv1GeoLastZoneFile", "zone_1_2.json");
     ASSERT_TRUE(store.synchronize());
 
-    disk->full = true;
+    disk->refuseWrites = true;
     for (int i = 0; i < 5; ++i) {
         store.setInteger("bv1GeoLastCacheTime", i);
         EXPECT_FALSE(store.synchronize());
@@ -106,10 +99,10 @@ TEST_F(FileSettingsStoreTest, FailingWritesWarnOnceLeaveTheFileWholeAndRecover) 
     EXPECT_EQ(nlohmann::json::parse(text), (nlohmann::json{{"bv1GeoLastZoneFile", "zone_1_2.json"}}))
         << "the last good file, whole";
 
-    disk->full = false;
+    disk->refuseWrites = false;
     EXPECT_TRUE(store.synchronize());
     EXPECT_EQ(open()->integer("bv1GeoLastCacheTime"), 4);
-    disk->full = true;
+    disk->refuseWrites = true;
     EXPECT_FALSE(store.synchronize());
     EXPECT_EQ(console->logLines().size(), 2u) << "a new run of failures is told again";
 }
