@@ -1,6 +1,7 @@
 // Live positions through a real gpsd, fed by gpsfake from an NMEA log.
 #include "platform/linux/GpsdLocationService.hpp"
 
+#include "support/BindLoopback.hpp"
 #include "support/Nmea.hpp"
 #include "support/TempDir.hpp"
 
@@ -51,15 +52,10 @@ std::vector<Fix> writeLog(const std::string& path, int count) {
 }
 
 int freePort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int port = testing::bindLoopback(fd);
     ::close(fd);
-    return ntohs(address.sin_port);
+    return port;
 }
 
 // gpsfake with its own gpsd on `port`, killed (with its process group) on destruction.
