@@ -25,11 +25,11 @@ namespace {
 namespace fs = std::filesystem;
 using testing::sqliteRows;
 
-#if defined(BVGEO_CLI_PATH) && defined(BVGEO_EXAMPLES_DIR)
+#ifdef BVGEO_CLI_PATH
 
 TEST(KillLoop, ReplayKilledAtRandomPointsLeavesAWholeDatabaseWithEveryPrintedTrigger) {
     const testing::TempDir root("bvgeo-killloop");
-    const auto zones = buildZones(std::string(BVGEO_EXAMPLES_DIR) + "/kent-places.csv",
+    const auto zones = buildZones(std::string(BVGEO_TEST_EXAMPLES_DIR) + "/kent-places.csv",
                                   (root / "server/demo/zones").string(), {});
     ASSERT_TRUE(zones.ok) << zones.error;
     ReferenceServerOptions options;
@@ -42,7 +42,7 @@ TEST(KillLoop, ReplayKilledAtRandomPointsLeavesAWholeDatabaseWithEveryPrintedTri
     const std::string database = (device / "BVGDatabase.sqlite").string();
     const std::vector<std::string> words = {BVGEO_CLI_PATH,
                                             "replay",
-                                            std::string(BVGEO_EXAMPLES_DIR) + "/kent-run-2014-05-10.gpx",
+                                            std::string(BVGEO_TEST_EXAMPLES_DIR) + "/kent-run-2014-05-10.gpx",
                                             "--json",
                                             "--api-base",
                                             server.apiBaseUrl(),
