@@ -4,37 +4,27 @@
 // reached the server, no report is stored there twice, and the outbox is empty.
 #include "ReferenceHttpServer.hpp"
 
+#include "support/Program.hpp"
 #include "support/SqliteFile.hpp"
+#include "support/TempDir.hpp"
 
 #include "zone/ZoneBuilder.hpp"
 #include "zone/ZoneGrid.hpp"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <random>
 #include <set>
-#include <tuple>
-
-extern char** environ;
 
 namespace bvgeo::cli {
 namespace {
 
 namespace fs = std::filesystem;
-using Report = std::tuple<std::string, std::int64_t, std::string>; // event, timestamp, fence id
+using testing::sqliteRows;
+using testing::sqliteScalar;
 
 constexpr int kRounds = 20;
 
@@ -54,73 +44,19 @@ std::string writeTrack(const fs::path& file) {
     return file.string();
 }
 
-// Runs the program; kills it once `killAfterLines` lines came out (never when
-// negative). Returns its wait status.
-int runProgram(const std::vector<std::string>& words, int killAfterLines) {
-    int pipeFds[2];
-    if (::pipe2(pipeFds, O_CLOEXEC) != 0) return -1;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pipeFds[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    std::vector<char*> argv;
-    for (const auto& word : words) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    pid_t child = -1;
-    const int spawned = posix_spawn(&child, words[0].c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(pipeFds[1]);
-    if (spawned != 0) {
-        ::close(pipeFds[0]);
-        return -1;
-    }
-    if (killAfterLines == 0) ::kill(child, SIGKILL);
-    int lines = 0;
-    char buffer[4096];
-    ssize_t n;
-    while ((n = ::read(pipeFds[0], buffer, sizeof buffer)) > 0) {
-        for (ssize_t i = 0; i < n; ++i) lines += buffer[i] == '\n';
-        if (killAfterLines > 0 && lines >= killAfterLines) {
-            ::kill(child, SIGKILL);
-            break;
-        }
-    }
-    ::close(pipeFds[0]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return status;
-}
-
-std::multiset<Report> deviceTriggers(const fs::path& database) {
-    std::multiset<Report> out;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_stmt* select = nullptr;
-        sqlite3_prepare_v2(db, "SELECT event, timestamp, fence_id FROM trigger", -1, &select, nullptr);
-        while (select && sqlite3_step(select) == SQLITE_ROW)
-            out.emplace(reinterpret_cast<const char*>(sqlite3_column_text(select, 0)), sqlite3_column_int64(select, 1),
-                        reinterpret_cast<const char*>(sqlite3_column_text(select, 2)));
-        sqlite3_finalize(select);
-    }
-    sqlite3_close(db);
-    return out;
-}
-
-
 TEST(DurableDeliveryKillTest, EveryStoredTriggerReachesTheServerOnceAcrossKilledRuns) {
-    const fs::path root = fs::temp_directory_path() / ("bvgeo-kill-" + std::to_string(::getpid()));
-    fs::remove_all(root);
-    fs::create_directories(root / "server" / "demo" / "zones");
+    const testing::TempDir root("bvgeo-durablekill");
+    fs::create_directories(root / "server/demo/zones");
     std::vector<Fence> fences;
     for (int fence = 0; fence < 3; ++fence)
         fences.push_back({"f" + std::to_string(fence), "Fence " + std::to_string(fence), 51.30 + 0.01 * fence, 0.70,
                           300.0, {}});
-    std::ofstream(root / "server" / "demo" / "zones" / getZoneName(51.30, 0.70, 0.2)) << zoneFileText(fences);
+    std::ofstream(root / "server/demo/zones" / getZoneName(51.30, 0.70, 0.2)) << zoneFileText(fences);
     const std::string track = writeTrack(root / "walk.csv");
 
     ReferenceServerOptions options;
     options.rootDirectory = (root / "server").string();
-    options.triggerDatabasePath = (root / "server" / "triggers.sqlite").string();
+    options.triggerDatabasePath = (root / "server/triggers.sqlite").string();
     // Requests fail now and then, so some reports wait in the retry list when a kill comes.
     options.failRate = 0.3;
     ReferenceHttpServer server(options);
@@ -137,45 +73,29 @@ TEST(DurableDeliveryKillTest, EveryStoredTriggerReachesTheServerOnceAcrossKilled
 
     std::mt19937 random(20141110);
     int killed = 0;
-    for (int round = 0; round < kRounds; ++round) {
-        const int status = runProgram(words(600), std::uniform_int_distribution<int>(0, 40)(random));
-        killed += WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-    }
+    for (int round = 0; round < kRounds; ++round)
+        killed += testing::runProgram(words(600), std::uniform_int_distribution<int>(0, 40)(random)).killed();
     EXPECT_GE(killed, kRounds / 2) << "most rounds end in a kill";
-    const int status = runProgram(words(3600), -1);
+    const int status = testing::runProgram(words(3600), -1).status;
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 
     // Every trigger the device stored went out; the server stored each report once.
     server.stop();
-    std::multiset<Report> received;
-    std::set<std::string> keys;
-    std::int64_t duplicates = 0;
-    {
-        sqlite3* db = nullptr;
-        ASSERT_EQ(sqlite3_open_v2(options.triggerDatabasePath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-        sqlite3_stmt* select = nullptr;
-        sqlite3_prepare_v2(db, "SELECT event, timestamp, fence_id, idempotency_key, duplicates FROM triggers", -1,
-                           &select, nullptr);
-        while (select && sqlite3_step(select) == SQLITE_ROW) {
-            received.emplace(reinterpret_cast<const char*>(sqlite3_column_text(select, 0)),
-                             sqlite3_column_int64(select, 1),
-                             reinterpret_cast<const char*>(sqlite3_column_text(select, 2)));
-            const auto key = sqlite3_column_text(select, 3);
-            ASSERT_NE(key, nullptr) << "every report carries a key";
-            EXPECT_TRUE(keys.insert(reinterpret_cast<const char*>(key)).second);
-            duplicates += sqlite3_column_int64(select, 4);
-        }
-        sqlite3_finalize(select);
-        sqlite3_close(db);
-    }
-    const auto stored = deviceTriggers(device / "BVGDatabase.sqlite");
+    const std::string serverFile = options.triggerDatabasePath;
+    const std::string columns = "SELECT event, CAST(timestamp AS INTEGER), fence_id FROM ";
+    const auto receivedRows = sqliteRows(serverFile, columns + "triggers");
+    const std::multiset<std::string> received(receivedRows.begin(), receivedRows.end());
+    EXPECT_EQ(sqliteScalar(serverFile, "SELECT count(*) FROM triggers WHERE idempotency_key IS NULL"), "0")
+        << "every report carries a key";
+    EXPECT_EQ(sqliteScalar(serverFile, "SELECT count(*) - count(DISTINCT idempotency_key) FROM triggers"), "0");
+    const auto duplicates = sqliteScalar(serverFile, "SELECT coalesce(sum(duplicates), 0) FROM triggers");
+    const auto storedRows = sqliteRows((device / "BVGDatabase.sqlite").string(), columns + "trigger");
+    const std::multiset<std::string> stored(storedRows.begin(), storedRows.end());
     ASSERT_FALSE(stored.empty());
-    for (const auto& trigger : stored)
-        EXPECT_GE(received.count(trigger), stored.count(trigger))
-            << std::get<0>(trigger) << " " << std::get<1>(trigger) << " " << std::get<2>(trigger);
-    EXPECT_EQ(testing::sqliteScalar((device / "BVGOutbox.sqlite").string(), "SELECT count(*) FROM reports"), "0");
-    std::cout << "kill loop: " << killed << " rounds killed, " << stored.size() << " triggers stored, " << received.size() << " reports received, " << duplicates << " repeats answered as duplicates\n";
-    fs::remove_all(root);
+    for (const auto& trigger : stored) EXPECT_GE(received.count(trigger), stored.count(trigger)) << trigger;
+    EXPECT_EQ(sqliteScalar((device / "BVGOutbox.sqlite").string(), "SELECT count(*) FROM reports"), "0");
+    std::cout << "kill loop: " << killed << " rounds killed, " << stored.size() << " triggers stored, "
+              << received.size() << " reports received, " << duplicates << " repeats answered as duplicates\n";
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include "support/FaultyServer.hpp"
 #include "support/SqliteFile.hpp"
+#include "support/TempDir.hpp"
 
 #include "track/TrackReader.hpp"
 
@@ -31,6 +32,7 @@ namespace bvgeo::cli {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::sqliteScalar;
 
 constexpr double kFenceLat = 51.35, kFenceLon = 0.72, kFenceRadius = 200.0;
 constexpr double kStart = 1'400'000'000.0; // 2014-05-13 16:53:20Z
@@ -48,9 +50,6 @@ Point offset(double bearing, double metres) {
 class ReplayTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        root_ = fs::temp_directory_path() / ("bvgeo-replay-" + std::to_string(::getpid()) + "-" +
-                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(root_);
         fs::create_directories(root_ / "server" / "demo" / "zones");
         std::ofstream(root_ / "server" / "demo" / "zones" / getZoneName(kFenceLat, kFenceLon, 0.2))
             << zoneFileText({Fence{"home", "Home", kFenceLat, kFenceLon, kFenceRadius, {}}});
@@ -63,7 +62,6 @@ protected:
     void TearDown() override {
         resetAllSharedInstances();
         server_.reset();
-        fs::remove_all(root_);
     }
 
     // A CSV track: `rows` of (seconds after kStart, point).
@@ -93,21 +91,24 @@ protected:
         return out;
     }
 
-    fs::path root_;
+    const testing::TempDir root_{"bvgeo-replay"};
     std::unique_ptr<ReferenceHttpServer> server_;
 };
 
-TEST_F(ReplayTest, ThreeHoursInVirtualTimeLingerEveryLingerTimeUntilMaxThenExitAtTheFirstFixOutside) {
-    // Ten minutes 1 km away, two and a half hours at home (2 m of jitter, so no fix
-    // is a duplicate), then 1 km away again: a fix a minute throughout.
+// Three hours, a fix a minute: ten minutes 1 km away, two and a half hours at home
+// (2 m of jitter, so no fix is a duplicate), then twenty minutes 1 km away again.
+constexpr double kArrived = 600, kLeft = kArrived + 9000;
+std::vector<std::pair<double, Point>> homeStay() {
     std::vector<std::pair<double, Point>> rows;
     double t = 0;
-    for (; t < 600; t += 60) rows.push_back({t, offset(90, 1000)});
-    const double arrived = t;
-    for (int i = 0; t < arrived + 9000; t += 60, ++i) rows.push_back({t, offset(0, (i % 2) * 2.0)});
-    const double left = t;
-    for (; t < left + 1200; t += 60) rows.push_back({t, offset(90, 1000)});
+    for (; t < kArrived; t += 60) rows.push_back({t, offset(90, 1000)});
+    for (int i = 0; t < kLeft; t += 60, ++i) rows.push_back({t, offset(0, (i % 2) * 2.0)});
+    for (; t < kLeft + 1200; t += 60) rows.push_back({t, offset(90, 1000)});
+    return rows;
+}
 
+TEST_F(ReplayTest, ThreeHoursInVirtualTimeLingerEveryLingerTimeUntilMaxThenExitAtTheFirstFixOutside) {
+    const auto rows = homeStay();
     ReplayOptions o = options(writeTrack(rows));
     o.distanceFilter = -1.0; // every fix reaches the pipeline
     o.lingerTime = 300;
@@ -132,15 +133,15 @@ TEST_F(ReplayTest, ThreeHoursInVirtualTimeLingerEveryLingerTimeUntilMaxThenExitA
     }
     ASSERT_GE(events.size(), 3u);
     EXPECT_EQ(events.front(), "enter");
-    EXPECT_EQ(all.front()["timestamp"].get<double>(), kStart + arrived);
+    EXPECT_EQ(all.front()["timestamp"].get<double>(), kStart + kArrived);
     EXPECT_EQ(events.back(), "exit");
     // The exit comes with the first fix outside, even though the standard tracker
     // stopped after maxLingerTime: the 1 km jump is a significant change.
-    EXPECT_EQ(all.back()["timestamp"].get<double>(), kStart + left);
+    EXPECT_EQ(all.back()["timestamp"].get<double>(), kStart + kLeft);
     ASSERT_FALSE(lingers.empty());
-    EXPECT_EQ(lingers.front(), arrived + 300);
+    EXPECT_EQ(lingers.front(), kArrived + 300);
     for (std::size_t i = 1; i < lingers.size(); ++i) EXPECT_EQ(lingers[i] - lingers[i - 1], 300);
-    EXPECT_LT(lingers.back(), arrived + 3600) << "no linger once the stay reaches maxLingerTime";
+    EXPECT_LT(lingers.back(), kArrived + 3600) << "no linger once the stay reaches maxLingerTime";
     EXPECT_EQ(lingers.size(), 11u);
 
     EXPECT_EQ(summary.enter, 1u);
@@ -202,20 +203,6 @@ TEST_F(ReplayTest, TheKentRunAgainstADownTriggerApiSendsEachReportOncePerRetryIn
     EXPECT_EQ(summary.requestsSent, 0u);
 }
 
-// Three hours: ten minutes away, two and a half at home, twenty minutes away again.
-std::vector<std::pair<double, Point>> homeStay() {
-    std::vector<std::pair<double, Point>> rows;
-    double t = 0;
-    for (; t < 600; t += 60) rows.push_back({t, offset(90, 1000)});
-    for (int i = 0; t < 600 + 9000; t += 60, ++i) rows.push_back({t, offset(0, (i % 2) * 2.0)});
-    for (const double left = t; t < left + 1200; t += 60) rows.push_back({t, offset(90, 1000)});
-    return rows;
-}
-
-std::string scalar(const fs::path& database, const std::string& sql) {
-    return testing::sqliteScalar(database.string(), sql);
-}
-
 TEST_F(ReplayTest, DamagedDatabaseIsMovedAsideAndTheReplayGoesOnIntoAFreshOne) {
     ReplayOptions o = options(writeTrack(homeStay()));
     o.distanceFilter = -1.0;
@@ -239,24 +226,21 @@ TEST_F(ReplayTest, DamagedDatabaseIsMovedAsideAndTheReplayGoesOnIntoAFreshOne) {
     const std::string stderrText = ::testing::internal::GetCapturedStderr();
     ASSERT_EQ(status, 0);
 
-    std::vector<fs::path> aside;
-    for (const auto& entry : fs::directory_iterator(device))
-        if (entry.path().filename().string().rfind("BVGDatabase.corrupt-", 0) == 0 &&
-            entry.path().extension() == ".sqlite")
-            aside.push_back(entry.path());
+    const auto aside = testing::filesIn(device, "BVGDatabase.corrupt-", ".sqlite");
     ASSERT_EQ(aside.size(), 1u);
     // BVGDatabase.corrupt-<yyyyMMdd-HHmmss>.sqlite
-    EXPECT_EQ(aside[0].filename().string().size(), std::string("BVGDatabase.corrupt-20140513-165320.sqlite").size());
+    EXPECT_EQ(aside[0].size(), std::string("BVGDatabase.corrupt-20140513-165320.sqlite").size());
     EXPECT_THAT(stderrText, ::testing::HasSubstr("The database file was damaged ("));
-    EXPECT_THAT(stderrText, ::testing::HasSubstr("moved to " + aside[0].string() + "; a new file was started"));
+    EXPECT_THAT(stderrText,
+                ::testing::HasSubstr("moved to " + (device / aside[0]).string() + "; a new file was started"));
 
-    EXPECT_EQ(scalar(database, "SELECT count(*) FROM sqlite_master WHERE type = 'table'"), "5");
-    EXPECT_EQ(scalar(database, "PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM sqlite_master WHERE type = 'table'"), "5");
+    EXPECT_EQ(sqliteScalar(database, "PRAGMA integrity_check"), "ok");
     auto printed = lines(second.str());
     printed.pop_back(); // the summary
     EXPECT_EQ(printed.size(), lines(first.str()).size() - 1) << "the second run triggers as the first did";
-    EXPECT_EQ(scalar(database, "SELECT count(*) FROM trigger"), std::to_string(printed.size()));
-    EXPECT_EQ(scalar(database, "SELECT count(*) FROM log WHERE category = 'GENERAL' AND instr(message, 'damaged')"),
+    EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM trigger"), std::to_string(printed.size()));
+    EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM log WHERE category = 'GENERAL' AND instr(message, 'damaged')"),
               "1");
 }
 
@@ -273,10 +257,10 @@ TEST_F(ReplayTest, RowLimitsKeepTheLogAndHistoryShortAndTheSummaryWhole) {
     ASSERT_EQ(runReplay(o, out, &summary), 0);
 
     const auto database = root_ / "bounded" / "BVGDatabase.sqlite";
-    EXPECT_EQ(scalar(database, "SELECT count(*) FROM log"), "100");
-    EXPECT_EQ(scalar(database, "SELECT count(*) FROM locations"), "20");
-    EXPECT_EQ(scalar(database, "SELECT max(id) - min(id) + 1 FROM log"), "100") << "the newest rows";
-    EXPECT_GT(std::stoi(scalar(root_ / "unbounded" / "BVGDatabase.sqlite", "SELECT count(*) FROM log")), 1000);
+    EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM log"), "100");
+    EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM locations"), "20");
+    EXPECT_EQ(sqliteScalar(database, "SELECT max(id) - min(id) + 1 FROM log"), "100") << "the newest rows";
+    EXPECT_GT(std::stoi(sqliteScalar(root_ / "unbounded" / "BVGDatabase.sqlite", "SELECT count(*) FROM log")), 1000);
     // The summary counts what happened, not what is left.
     EXPECT_EQ(summary.fixesAccepted, unbounded.fixesAccepted);
     EXPECT_EQ(summary.requestsSent, unbounded.requestsSent);

@@ -2,6 +2,7 @@
 // calls in the wrong order, and triggers arriving on the main queue in each of its
 // three modes, against a zone/trigger server on loopback.
 #include "support/LoopbackServer.hpp"
+#include "support/TempDir.hpp"
 
 #include "capi/Utf8.hpp"
 
@@ -10,7 +11,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
@@ -24,7 +24,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
 constexpr double kT0 = 1'400'000'000;
@@ -80,9 +79,6 @@ void recordTrigger(bvgeo_tracker*, const bvgeo_trigger* t, void* user) {
 class CApiTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = fs::temp_directory_path() / ("bvgeo-capi-" + std::to_string(::getpid()) + "-" + info->name());
-        fs::remove_all(dir_);
         server_ = std::make_unique<bvgeo::testing::LoopbackServer>(
             [](const httplib::Request& request, httplib::Response& response) {
                 response.status = 200;
@@ -93,13 +89,12 @@ protected:
         EXPECT_EQ(bvgeo_close(tracker_), BVGEO_OK);
         tracker_ = nullptr;
         server_.reset();
-        fs::remove_all(dir_);
     }
 
     bvgeo_tracker* open(int mode) {
         bvgeo_open_options options;
         bvgeo_open_options_init(&options);
-        const std::string dir = dir_.string();
+        const std::string dir = dir_.path().string();
         options.documents_directory = dir.c_str();
         options.main_queue = mode;
         options.start_time = kT0;
@@ -136,7 +131,7 @@ protected:
         EXPECT_TRUE(log_.hasLine(part)) << "no log line names: " << part;
     }
 
-    fs::path dir_;
+    const bvgeo::testing::TempDir dir_{"bvgeo-capi"};
     std::unique_ptr<bvgeo::testing::LoopbackServer> server_;
     HostLog log_;
     bvgeo_tracker* tracker_ = nullptr;
@@ -363,10 +358,12 @@ TEST_F(CApiTest, HostServedMainQueueCallsBackOnTheHostsThread) {
     startHost(0);
     const double now = static_cast<double>(std::time(nullptr));
     ASSERT_EQ(push(0, now, BVGEO_FIX_STANDARD), BVGEO_OK);
-    // A host loop of its own: pump until the enter arrives.
-    for (int i = 0; i < 3000 && log_.events().empty(); ++i) {
+    // A host loop of its own: pump until the enter arrives, which waits for the zone
+    // download on another thread.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (log_.events().empty() && std::chrono::steady_clock::now() < deadline) {
         ASSERT_EQ(bvgeo_main_queue_run_pending(tracker_, nullptr), BVGEO_OK);
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::yield();
     }
     ASSERT_EQ(log_.events(), std::vector<std::string>{"enter"});
     {

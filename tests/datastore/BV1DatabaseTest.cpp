@@ -1,4 +1,5 @@
 #include "support/LibraryTest.hpp"
+#include "support/SqliteFile.hpp"
 #include "support/StoredLogs.hpp"
 
 #include "datastore/BV1Database.hpp"
@@ -18,26 +19,8 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-// Rows of `sql` run on the file at `path` through a connection of its own; the
-// columns of a row joined by '|', NULL as "NULL".
-std::vector<std::string> query(const std::string& path, const std::string& sql) {
-    std::vector<std::string> rows;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
-        auto collect = [](void* out, int count, char** values, char**) {
-            std::string row;
-            for (int i = 0; i < count; ++i) row += (i ? "|" : "") + std::string(values[i] ? values[i] : "NULL");
-            static_cast<std::vector<std::string>*>(out)->push_back(row);
-            return 0;
-        };
-        sqlite3_exec(db, sql.c_str(), collect, &rows, nullptr);
-    }
-    sqlite3_close(db);
-    return rows;
-}
-
 std::vector<std::string> columns(const std::string& path, const std::string& table) {
-    return query(path, "SELECT name, type, dflt_value, pk FROM pragma_table_info('" + table + "')");
+    return sqliteRows(path, "SELECT name, type, dflt_value, pk FROM pragma_table_info('" + table + "')");
 }
 
 bool exists(const std::string& path) { return std::filesystem::exists(path); }
@@ -71,17 +54,17 @@ TEST_F(BV1DatabaseTest, NewFileCarriesTheVersionOneSchemaInWalMode) {
                             "location_event|TEXT|'unknown'|0"));
     EXPECT_THAT(columns(path, "activeFences"), ElementsAre("id|INTEGER|NULL|1", "fence_id|TEXT|NULL|0",
                                                            "activated_at|INTEGER|0|0", "last_trigger_at|INTEGER|0|0"));
-    EXPECT_THAT(query(path, "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite%' ORDER BY name"),
+    EXPECT_THAT(sqliteRows(path, "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite%' ORDER BY name"),
                 ElementsAre("index|ActiveFencesUniqueId", "table|activeFences", "table|fence", "table|locations",
                             "table|log", "table|trigger"));
-    EXPECT_THAT(query(path, "SELECT \"unique\" FROM pragma_index_list('activeFences')"), ElementsAre("1"));
-    EXPECT_THAT(query(path, "PRAGMA user_version"), ElementsAre("1"));
-    EXPECT_THAT(query(path, "PRAGMA journal_mode"), ElementsAre("wal"));
+    EXPECT_THAT(sqliteRows(path, "SELECT \"unique\" FROM pragma_index_list('activeFences')"), ElementsAre("1"));
+    EXPECT_THAT(sqliteRows(path, "PRAGMA user_version"), ElementsAre("1"));
+    EXPECT_THAT(sqliteRows(path, "PRAGMA journal_mode"), ElementsAre("wal"));
 
     // No schema text exists beyond version 1.
-    const auto before = query(path, "SELECT sql FROM sqlite_master");
+    const auto before = sqliteRows(path, "SELECT sql FROM sqlite_master");
     database.createMigratedDatabase(2);
-    EXPECT_EQ(query(path, "SELECT sql FROM sqlite_master"), before);
+    EXPECT_EQ(sqliteRows(path, "SELECT sql FROM sqlite_master"), before);
     EXPECT_EQ(database.getDatabaseVersion(), 1);
 }
 
@@ -97,7 +80,7 @@ TEST_F(BV1DatabaseTest, MoveAndRenameArchivesTheFileAndStartsAFreshOne) {
     EXPECT_FALSE(exists(archive + "-wal"));
     EXPECT_FALSE(exists(archive + "-shm"));
     EXPECT_FALSE(exists(database.path() + "-wal"));
-    EXPECT_THAT(query(archive, "SELECT message FROM log"), ElementsAre("before the move"));
+    EXPECT_THAT(sqliteRows(archive, "SELECT message FROM log"), ElementsAre("before the move"));
 
     // The next access starts a new file with the schema and none of the old rows.
     EXPECT_TRUE(storedMessages().empty());
@@ -110,7 +93,7 @@ TEST_F(BV1DatabaseTest, MoveAndRenameArchivesTheFileAndStartsAFreshOne) {
     EXPECT_THAT(sim().console->printedLines()[0], StartsWith("Moved failed with error: "));
     EXPECT_GT(sim().console->printedLines()[0].size(), std::string("Moved failed with error: ").size());
     EXPECT_THAT(storedMessages(), ElementsAre("after the move"));
-    EXPECT_THAT(query(archive, "SELECT message FROM log"), ElementsAre("before the move"));
+    EXPECT_THAT(sqliteRows(archive, "SELECT message FROM log"), ElementsAre("before the move"));
 
     // Nothing at the source: nothing to move.
     sim().console->clear();
@@ -173,14 +156,14 @@ TEST_F(BV1DatabaseTest, WriteGroupsCommitWhenTheLastClosesAndKeepBatchesAtomic) 
         }
         // This process reads its own writes at once; other programs see nothing yet.
         EXPECT_THAT(storedMessages(), ElementsAre("one", "two"));
-        EXPECT_THAT(query(path, countRows), ElementsAre("0"));
+        EXPECT_THAT(sqliteRows(path, countRows), ElementsAre("0"));
 
         // A batch that fails part-way undoes only itself, not the group's earlier rows.
         EXPECT_FALSE(BV1Database::executeBatch({{"INSERT INTO log (message) VALUES (?)", {std::string("lost")}},
                                                 {"INSERT INTO no_such_table VALUES (1)", {}}}));
         EXPECT_TRUE(BV1Database::executeBatch({{"INSERT INTO log (message) VALUES (?)", {std::string("three")}}}));
     }
-    EXPECT_THAT(query(path, "SELECT message FROM log"), ElementsAre("one", "two", "three"));
+    EXPECT_THAT(sqliteRows(path, "SELECT message FROM log"), ElementsAre("one", "two", "three"));
 
     // Moving the file away while a group is open keeps what the group wrote so far in
     // the archive; its later writes go to the new file.
@@ -190,8 +173,8 @@ TEST_F(BV1DatabaseTest, WriteGroupsCommitWhenTheLastClosesAndKeepBatchesAtomic) 
         BV1Database().moveAndRenameDatabase("archive");
         ASSERT_TRUE(Log::save(logRow("after the move")));
     }
-    EXPECT_THAT(query(sim().documentsDirectory() + "/archive.sqlite", countRows), ElementsAre("4"));
-    EXPECT_THAT(query(path, "SELECT message FROM log"), ElementsAre("after the move"));
+    EXPECT_THAT(sqliteRows(sim().documentsDirectory() + "/archive.sqlite", countRows), ElementsAre("4"));
+    EXPECT_THAT(sqliteRows(path, "SELECT message FROM log"), ElementsAre("after the move"));
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 #include "support/SqliteFile.hpp"
 #include "support/LibraryTest.hpp"
 #include "support/StoredLogs.hpp"
+#include "support/FaultyFiles.hpp"
+#include "support/TempDir.hpp"
 
 #include "datastore/BV1Database.hpp"
 #include "datastore/DatabaseConnection.hpp"
@@ -30,8 +32,6 @@ using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-std::string scalar(const std::string& path, const std::string& sql) { return sqliteScalar(path, sql); }
-
 void overwrite(const std::string& path, std::streamoff offset, const std::string& bytes) {
     std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
     file.seekp(offset);
@@ -46,13 +46,7 @@ std::string randomBytes(std::size_t count) {
 }
 
 std::vector<std::string> corruptFiles(const std::string& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory))
-        if (const auto name = entry.path().filename().string();
-            name.find(".corrupt-") != std::string::npos && name.ends_with(".sqlite"))
-            names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
+    return filesIn(directory, "BVGDatabase.corrupt-", ".sqlite");
 }
 
 class StorageRecoveryTest : public LibraryTest {
@@ -74,7 +68,7 @@ TEST_F(StorageRecoveryTest, DamagedDatabaseGoesAsideAndAFreshFileTakesOver) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << std::string(8192, 'x');
     Logger::log("second life", LogCategory::CLIENT, "test", 2);
     EXPECT_THAT(corruptFiles(directory), ElementsAre("BVGDatabase.corrupt-20170714-024000.sqlite"));
-    EXPECT_EQ(scalar(directory + "/BVGDatabase.corrupt-20170714-024000.sqlite", "SELECT count(*) FROM sqlite_master"), "")
+    EXPECT_EQ(sqliteScalar(directory + "/BVGDatabase.corrupt-20170714-024000.sqlite", "SELECT count(*) FROM sqlite_master"), "")
         << "moved as it was";
     auto general = storedLines(LogCategory::GENERAL);
     ASSERT_EQ(general.size(), 1u);
@@ -93,7 +87,7 @@ TEST_F(StorageRecoveryTest, DamagedDatabaseGoesAsideAndAFreshFileTakesOver) {
     EXPECT_EQ(Log::getLogsFromDatabase(LogCategory::CLIENT).size(), 0u) << "the fresh file holds no client rows";
     EXPECT_THAT(corruptFiles(directory), ElementsAre("BVGDatabase.corrupt-20170714-024000-2.sqlite",
                                                      "BVGDatabase.corrupt-20170714-024000.sqlite"));
-    EXPECT_EQ(scalar(path, "SELECT count(*) FROM sqlite_master WHERE type = 'table'"), "5");
+    EXPECT_EQ(sqliteScalar(path, "SELECT count(*) FROM sqlite_master WHERE type = 'table'"), "5");
     EXPECT_EQ(storedLines(LogCategory::GENERAL).size(), 1u);
 
     // 3. Damage a statement meets while the file is open (the cache dropped, so the
@@ -108,7 +102,7 @@ TEST_F(StorageRecoveryTest, DamagedDatabaseGoesAsideAndAFreshFileTakesOver) {
     EXPECT_EQ(BV1Database().replacements(), 3u);
     EXPECT_TRUE(Log::save(Log{"", "after", LogCategory::CLIENT, 1}));
     EXPECT_THAT(storedMessages(LogCategory::CLIENT), ElementsAre("after"));
-    EXPECT_EQ(scalar(path, "PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(sqliteScalar(path, "PRAGMA integrity_check"), "ok");
 }
 
 TEST_F(StorageRecoveryTest, UnwritableDirectoryFailsQuietlyAndWorksOnceWritable) {
@@ -132,15 +126,8 @@ TEST_F(StorageRecoveryTest, UnwritableDirectoryFailsQuietlyAndWorksOnceWritable)
 
 TEST_F(StorageRecoveryTest, FailingRenameInResetKeepsTheFileInUseAndTheNextResetWorks) {
     // A file system that refuses every move, as a full or read-only volume would.
-    struct RefusingMoves final : ForwardingFileSystem {
-        using ForwardingFileSystem::ForwardingFileSystem;
-        FileResult moveItem(const std::string& from, const std::string& to) override {
-            if (refuse) return FileResult::failure("Cannot move \"" + from + "\" to \"" + to + "\": No space left");
-            return ForwardingFileSystem::moveItem(from, to);
-        }
-        bool refuse = true;
-    };
-    auto files = installWrapped<RefusingMoves>();
+    auto files = installWrapped<FaultyFiles>();
+    files->refuseMoves = true;
 
     auto& tracker = BVGeoTracker::sharedInstance();
     tracker.configure("app", 0, 3);
@@ -159,11 +146,11 @@ TEST_F(StorageRecoveryTest, FailingRenameInResetKeepsTheFileInUseAndTheNextReset
     EXPECT_EQ(storedLines(LogCategory::CLIENT).size(), 2u);
     EXPECT_NE(tracker.getDeviceId(), deviceId) << "the settings were cleared all the same";
 
-    files->refuse = false;
+    files->refuseMoves = false;
     tracker.reset("archive", [&] { ++successes; }, [&](const BVError&) { ++failures; });
     EXPECT_EQ(successes, 2);
     EXPECT_TRUE(BV1Database().checkIfNewFileExists("archive"));
-    EXPECT_EQ(scalar(sim().documentsDirectory() + "/archive.sqlite", "SELECT count(*) FROM log WHERE category = "
+    EXPECT_EQ(sqliteScalar(sim().documentsDirectory() + "/archive.sqlite", "SELECT count(*) FROM log WHERE category = "
                                                                       "'CLIENT'"),
               "2");
     EXPECT_TRUE(storedLines(LogCategory::CLIENT).empty());
@@ -175,12 +162,12 @@ TEST_F(StorageRecoveryTest, RowLimitsKeepTheNewestRowsAndTrimInTheCommitsThatAdd
     options.maxLocationRows = 50;
     BVGeoTracker::sharedInstance().setExtendedOptions(options);
     const auto path = BV1Database().path();
-    auto count = [&](const char* table) { return std::stoi(scalar(path, std::string("SELECT count(*) FROM ") + table)); };
+    auto count = [&](const char* table) { return std::stoi(sqliteScalar(path, std::string("SELECT count(*) FROM ") + table)); };
 
     // Rows on their own commits: trimmed every hundredth row (a tenth of the limit).
     for (int i = 1; i <= 3000; ++i) ASSERT_TRUE(Log::save(Log{"", "row " + std::to_string(i), LogCategory::CLIENT, 1}));
     EXPECT_EQ(count("log"), 1000) << "3000 is a multiple of the batch";
-    EXPECT_EQ(scalar(path, "SELECT message FROM log ORDER BY id LIMIT 1"), "row 2001");
+    EXPECT_EQ(sqliteScalar(path, "SELECT message FROM log ORDER BY id LIMIT 1"), "row 2001");
     Log::save(Log{"", "row 3001", LogCategory::CLIENT, 1});
     EXPECT_EQ(count("log"), 1001) << "not one DELETE per insert";
     // Rows of write groups: trimmed in the commit that makes a tenth of the limit due.
@@ -198,8 +185,8 @@ TEST_F(StorageRecoveryTest, RowLimitsKeepTheNewestRowsAndTrimInTheCommitsThatAdd
     BV1Database::closeAll();
     EXPECT_EQ(count("log"), 1000);
     EXPECT_EQ(count("locations"), 50);
-    EXPECT_EQ(scalar(path, "SELECT max(id) - min(id) + 1 FROM log"), "1000");
-    EXPECT_EQ(scalar(path, "SELECT min(id) FROM locations"), "1201") << "the newest 50 of 1250";
+    EXPECT_EQ(sqliteScalar(path, "SELECT max(id) - min(id) + 1 FROM log"), "1000");
+    EXPECT_EQ(sqliteScalar(path, "SELECT min(id) FROM locations"), "1201") << "the newest 50 of 1250";
 
     // Without a limit nothing is deleted.
     BVGeoTracker::sharedInstance().setExtendedOptions({});
@@ -223,9 +210,9 @@ TEST_F(StorageRecoveryTest, MailReportAttachesEveryCommittedRowWhileAWriteGroupI
     ASSERT_NE(attachment, report.attachments.end());
     const auto copy = sim().documentsDirectory() + "/attached.db";
     std::ofstream(copy, std::ios::binary) << attachment->data;
-    EXPECT_EQ(scalar(copy, "PRAGMA integrity_check"), "ok");
-    EXPECT_EQ(scalar(copy, "SELECT count(*) FROM log WHERE category = 'CLIENT'"), "100");
-    EXPECT_EQ(scalar(copy, "SELECT count(*) FROM log WHERE message LIKE '%uncommitted'"), "0");
+    EXPECT_EQ(sqliteScalar(copy, "PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(sqliteScalar(copy, "SELECT count(*) FROM log WHERE category = 'CLIENT'"), "100");
+    EXPECT_EQ(sqliteScalar(copy, "SELECT count(*) FROM log WHERE message LIKE '%uncommitted'"), "0");
     fs::remove(copy);
 }
 

@@ -24,15 +24,12 @@ namespace {
 
 using nlohmann::json;
 
+// The /api/map test covers an ordinary cell and titles; these are the edges it does not.
 TEST(DebugMapView, ZoneSquareCornersAndPinTitles) {
     using Corners = DebugMapViewController::ZoneCorners;
-    EXPECT_EQ(DebugMapViewController::zoneCorners(-23.5505, -46.6333, 0.1),
-              (Corners{{{-23.6, -46.7}, {-23.6, -46.6}, {-23.5, -46.6}, {-23.5, -46.7}}}));
     EXPECT_EQ(DebugMapViewController::zoneCorners(0.05, -0.05, 0.2),
               (Corners{{{0.0, -0.2}, {0.0, 0.0}, {0.2, 0.0}, {0.2, -0.2}}}));
 
-    EXPECT_EQ(DebugMapViewController::fenceTitle(Fence("1", "Shop", 0, 0, 100, {}, true)), "Shop - 100m");
-    EXPECT_EQ(DebugMapViewController::fenceTitle(Fence("2", "Kiosk", 0, 0, 12.5, {}, true)), "Kiosk - 12.5m");
     EXPECT_EQ(DebugMapViewController::fenceTitle(Fence("3", "Dot", 0, 0, 0, {}, true)), "Dot - 0m");
 }
 
@@ -71,11 +68,18 @@ protected:
             http.set_read_timeout(10, 0);
             return http.Post(path.c_str(), {{"X-BVGeo-Token", token}}, body, "application/json");
         });
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        pumpUntilReady(answer, 10); // the client gives up by then too
+        return answer.get();
+    }
+
+    // Runs the main queue until `answer` is ready or `seconds` pass; whether it is.
+    template <class T>
+    bool pumpUntilReady(std::future<T>& answer, int seconds) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
         while (answer.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready &&
                std::chrono::steady_clock::now() < deadline)
             sim().runUntilIdle();
-        return answer.get();
+        return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
     }
 
     std::unique_ptr<DebugConsole> console_;
@@ -215,11 +219,7 @@ TEST_F(DebugConsoleTest, EmailWithoutAMailServerOffersTheReportAsAFile) {
     auto download = std::async(std::launch::async, [&, path = reply["download"].get<std::string>()] {
         return client().Get(path.c_str());
     });
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (download.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready &&
-           std::chrono::steady_clock::now() < deadline)
-        sim().runUntilIdle();
-    ASSERT_EQ(download.wait_for(std::chrono::seconds(0)), std::future_status::ready) << "the download never ended";
+    ASSERT_TRUE(pumpUntilReady(download, 60)) << "the download never ended";
     auto eml = download.get();
     ASSERT_TRUE(eml);
     EXPECT_EQ(eml->status, 200);

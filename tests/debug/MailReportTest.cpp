@@ -2,6 +2,7 @@
 #include "debug/MimeMessage.hpp"
 #include "debug/SmtpSender.hpp"
 
+#include "support/LoopbackServer.hpp"
 #include "support/SmtpSink.hpp"
 
 #include <bvgeo/testing/TestPlatform.hpp>
@@ -252,14 +253,11 @@ TEST(MailReport, SendMailHandsTheMessageOverUnchanged) {
 }
 
 TEST(MailReport, SendMailExplainsFailuresWithoutHanging) {
-    int closedPort = 0;
-    {
-        SmtpSink silent(true);
-        closedPort = silent.port();
-        EXPECT_THAT(sendMail({silent.url(), "a@example.com", {"b@example.com"}, "", "", 1}, "x\r\n").value_or(""),
-                    HasSubstr("Timeout"));
-    }
-    const auto refused = sendMail({"smtp://127.0.0.1:" + std::to_string(closedPort), "a@example.com",
+    SmtpSink silent(true);
+    EXPECT_THAT(sendMail({silent.url(), "a@example.com", {"b@example.com"}, "", "", 1}, "x\r\n").value_or(""),
+                HasSubstr("Timeout"));
+    const RefusingPort closed;
+    const auto refused = sendMail({"smtp://127.0.0.1:" + std::to_string(closed.port()), "a@example.com",
                                    {"b@example.com"}, "", "", 5}, "x\r\n");
     ASSERT_TRUE(refused.has_value());
     EXPECT_THAT(*refused, StartsWith("SMTP: "));

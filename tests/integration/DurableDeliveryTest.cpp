@@ -1,11 +1,11 @@
 // Trigger reports that outlive the process: the idempotency key every report
 // carries, and the outbox that durable delivery keeps beside the database.
+#include "support/SqliteFile.hpp"
+#include "support/TempDir.hpp"
 #include "support/WholeRoad.hpp"
 
 #include "datastore/BV1Database.hpp"
 #include "request/Outbox.hpp"
-
-#include <sqlite3.h>
 
 #include <filesystem>
 #include <fstream>
@@ -34,21 +34,6 @@ protected:
         for (const auto& line : storedLines(LogCategory::REQUESTS))
             if (line.find(containing) != std::string::npos) out.push_back(line);
         return out;
-    }
-
-    static std::set<std::string> tablesOf(const std::string& file) {
-        std::set<std::string> names;
-        sqlite3* db = nullptr;
-        if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
-            sqlite3_exec(
-                db, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%'",
-                [](void* out, int, char** values, char**) {
-                    static_cast<std::set<std::string>*>(out)->insert(values[0]);
-                    return 0;
-                },
-                &names, nullptr);
-        sqlite3_close(db);
-        return names;
     }
 };
 
@@ -79,8 +64,9 @@ TEST_F(DurableDeliveryTest, ReportsOwedAtExitAreSentAgainWithTheirOwnKeysAfterAR
 
     // The outbox is a file of its own; the database keeps its five tables.
     EXPECT_TRUE(std::filesystem::exists(Outbox::path()));
-    EXPECT_EQ(tablesOf(BV1Database().path()),
-              (std::set<std::string>{"activeFences", "fence", "locations", "log", "trigger"}));
+    EXPECT_EQ(sqliteRows(BV1Database().path(), "SELECT name FROM sqlite_master WHERE type = 'table' AND "
+                                               "name NOT LIKE 'sqlite_%' ORDER BY name"),
+              (std::vector<std::string>{"activeFences", "fence", "locations", "log", "trigger"}));
 }
 
 TEST_F(DurableDeliveryTest, WithoutDurableDeliveryNothingIsSentAgainAfterARelaunch) {
@@ -144,14 +130,8 @@ TEST_F(DurableDeliveryTest, ADamagedOrNewerOutboxIsMovedAsideAndTrackingGoesOn) 
     sqlite3_exec(db, "PRAGMA user_version = 9", nullptr, nullptr, nullptr);
     sqlite3_close(db);
     EXPECT_EQ(Outbox::sharedInstance().count(), 0u);
-    std::size_t newer = 0, corrupt = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-        const auto name = entry.path().filename().string();
-        newer += name.starts_with("BVGOutbox.newer-") && name.ends_with(".sqlite");
-        corrupt += name.starts_with("BVGOutbox.corrupt-") && name.ends_with(".sqlite");
-    }
-    EXPECT_EQ(newer, 1u);
-    EXPECT_EQ(corrupt, 1u);
+    EXPECT_EQ(filesIn(dir, "BVGOutbox.newer-", ".sqlite").size(), 1u);
+    EXPECT_EQ(filesIn(dir, "BVGOutbox.corrupt-", ".sqlite").size(), 1u);
 }
 
 TEST_F(DurableDeliveryTest, ResetArchivesTheDatabaseButReportsStillOwedAreDelivered) {

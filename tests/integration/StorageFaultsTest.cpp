@@ -2,6 +2,7 @@
 // a full disk during a location update loses nothing that was announced and heals,
 // and the fence listing can be capped.
 #include "support/FaultyVfs.hpp"
+#include "support/SqliteFile.hpp"
 #include "support/WholeRoad.hpp"
 
 #include "datastore/BV1Database.hpp"
@@ -19,20 +20,10 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// Triggers another connection sees: committed ones only.
+// Triggers another connection sees: committed ones only; -1 when it cannot read.
 int committedTriggers() {
-    int count = -1;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(BV1Database().path().c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
-        sqlite3_exec(
-            db, "SELECT count(*) FROM trigger",
-            [](void* out, int, char** values, char**) {
-                *static_cast<int*>(out) = std::atoi(values[0]);
-                return 0;
-            },
-            &count, nullptr);
-    sqlite3_close(db);
-    return count;
+    const auto count = sqliteScalar(BV1Database().path(), "SELECT count(*) FROM trigger");
+    return count.empty() ? -1 : std::stoi(count);
 }
 
 std::vector<std::string> warnings(const std::vector<std::string>& lines) {
@@ -96,11 +87,7 @@ TEST_F(StorageFaultsTest, FailingTheNthWriteOfAnUpdateNeverAnnouncesWhatIsNotSto
     FaultyVfs disk;
     for (int n = 0; n < 28; ++n) {
         SCOPED_TRACE("failing write " + std::to_string(n + 1));
-        sim().installFresh();
-        ASSERT_TRUE(BV1Database::executeStatements("DELETE FROM trigger; DELETE FROM activeFences; DELETE FROM fence;"));
-        FenceFetch::reset();
-        delegate->received.clear();
-        setZoneAnswer({200, kHallAndParkZone, ""});
+        startOver(kHallAndParkZone);
         startHost();
         const double t = kT0 + n * 1000;
         deliver(kFarLat, kFarLon, t);
@@ -124,17 +111,15 @@ TEST_F(StorageFaultsTest, FenceListingNamesAtMostTheLimitThenCountsTheRest) {
     startHost();
     deliver(kLat, kLon, kT0);
     const std::string listing = "logRetrievedFences(_:fenceList:) [Line 128]: Fences from ";
-    auto fence = storedLines(LogCategory::FENCE);
-    EXPECT_NE(std::find(fence.begin(), fence.end(), listing + "Zone file (new) - not cached: Hall - (f1),(+1 more)"),
-              fence.end());
+    EXPECT_TRUE(
+        hasLine(storedLines(LogCategory::FENCE), listing + "Zone file (new) - not cached: Hall - (f1),(+1 more)"));
     EXPECT_THAT(delegate->summary(), ElementsAre("enter f1 Hall", "enter f2 Park")) << "only the text is shorter";
 
     // At the limit the line is as it always was.
     extended.fenceListingLimit = 2;
     restartHost();
     deliver(kLat + kStep, kLon, kT0 + 10);
-    fence = storedLines(LogCategory::FENCE);
-    EXPECT_NE(std::find(fence.begin(), fence.end(), listing + "Cache: Hall - (f1),Park - (f2)"), fence.end());
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::FENCE), listing + "Cache: Hall - (f1),Park - (f2)"));
 }
 
 } // namespace

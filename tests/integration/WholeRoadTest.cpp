@@ -21,10 +21,6 @@ constexpr const char* kZone = R"({"fences":[
   {"_id":"f1","name":"Hall","location":{"type":"Point","coordinates":[0.73,51.34]},"radius":100,"content_ids":["c1"]},
   {"_id":"f2","name":"Park","location":{"type":"Point","coordinates":[0.7305,51.3405]},"radius":200}]})";
 
-bool containsLine(const std::vector<std::string>& lines, const std::string& text) {
-    return std::find(lines.begin(), lines.end(), text) != lines.end();
-}
-
 TEST_F(WholeRoadTest, TriggersRunFromEnterThroughLingerToExitAndReachHostAndServer) {
     setZoneAnswer({200, kZone, "Wed, 21 Oct 2015 07:28:00 GMT"});
     startHost(TriggerModes::Both, 300, 600);
@@ -65,10 +61,10 @@ TEST_F(WholeRoadTest, TriggersRunFromEnterThroughLingerToExitAndReachHostAndServ
     EXPECT_EQ(Trigger::list().size(), 6u);
 
     auto fenceLines = storedLines(LogCategory::FENCE);
-    EXPECT_TRUE(containsLine(fenceLines, "callTriggerFences(_:triggerLocationEventType:success:) [Line 62]: Inside Fences: f1, f2, "));
-    EXPECT_TRUE(containsLine(fenceLines, "processInsideFences(_:triggerLocationEventType:success:) [Line 54]: Active Fences: f1,f2"));
+    EXPECT_TRUE(hasLine(fenceLines, "callTriggerFences(_:triggerLocationEventType:success:) [Line 62]: Inside Fences: f1, f2, "));
+    EXPECT_TRUE(hasLine(fenceLines, "processInsideFences(_:triggerLocationEventType:success:) [Line 54]: Active Fences: f1,f2"));
     EXPECT_EQ(fenceLines.back(), "processInsideFences(_:triggerLocationEventType:success:) [Line 54]: Active Fences: ");
-    EXPECT_TRUE(containsLine(storedLines(LogCategory::TRIGGER),
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::TRIGGER),
                              "sendTrigger(_:fenceName:type:triggerLocationEventType:) [Line 131]: New Trigger: exit - fenceName: Park fenceId: f2"));
 }
 
@@ -79,16 +75,16 @@ TEST_F(WholeRoadTest, ZoneFileComesFromMemoryTableOrServerByZoneAndAge) {
     const std::string both = ": Hall - (f1),Park - (f2)";
 
     deliver(kLat, kLon, kT0);
-    EXPECT_TRUE(containsLine(storedLines(LogCategory::FENCE), listing + "Zone file (new) - not cached" + both));
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::FENCE), listing + "Zone file (new) - not cached" + both));
     EXPECT_EQ(FenceFetch::zoneLastModified(), "LM1");
 
     deliver(kLat + kStep, kLon, kT0 + 10);
-    EXPECT_TRUE(containsLine(storedLines(LogCategory::FENCE), listing + "Memory" + both));
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::FENCE), listing + "Memory" + both));
 
     restartHost();
     deliver(kLat + 2 * kStep, kLon, kT0 + 20);
-    EXPECT_TRUE(containsLine(storedLines(LogCategory::FENCE), listing + "Cache" + both));
-    EXPECT_TRUE(containsLine(storedLines(LogCategory::ZONE),
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::FENCE), listing + "Cache" + both));
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::ZONE),
                              "getFenceList(_:lng:success:) [Line 81]: Cache not expired, retrieving from cache..."));
     deliver(kLat + 3 * kStep, kLon, kT0 + 3600); // exactly cacheExpiration: still fresh
     EXPECT_EQ(requestsTo("/assets/").size(), 1u);
@@ -100,13 +96,13 @@ TEST_F(WholeRoadTest, ZoneFileComesFromMemoryTableOrServerByZoneAndAge) {
     ASSERT_EQ(zones.size(), 3u);
     EXPECT_EQ(zones[1].header("If-Modified-Since"), "LM1");
     EXPECT_EQ(zones[2].header("If-Modified-Since"), "LM1");
-    EXPECT_TRUE(containsLine(storedLines(LogCategory::FENCE), listing + "Zone file (same) - cached" + both));
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::FENCE), listing + "Zone file (same) - cached" + both));
     EXPECT_EQ(FenceFetch::zoneLastModified(), "LM1");
 
     // A 403 is a zone without fences: stored (marked not current in debug mode), and every stay ends.
     setZoneAnswer({403, "", ""});
     deliver(kLat + 6 * kStep, kLon, kT0 + 3603);
-    EXPECT_TRUE(containsLine(storedLines(LogCategory::FENCE), listing + "Zone file (same) - not cached: "));
+    EXPECT_TRUE(hasLine(storedLines(LogCategory::FENCE), listing + "Zone file (same) - not cached: "));
     EXPECT_TRUE(Fence::getFences(true).empty());
     EXPECT_EQ(Fence::getFences(false).size(), 2u);
     EXPECT_EQ(FenceFetch::lastCacheTime(), static_cast<std::int64_t>(kT0 + 3603));
@@ -145,12 +141,8 @@ TEST_F(WholeRoadTest, TriggerModeDecidesBetweenDelegateAndServer) {
     } cases[] = {{TriggerModes::Both, 2, 2}, {TriggerModes::LocalOnly, 2, 0}, {TriggerModes::RemoteOnly, 0, 2}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.mode);
-        sim().installFresh();
-        ASSERT_TRUE(BV1Database::executeStatements("DELETE FROM trigger; DELETE FROM activeFences; DELETE FROM fence;"));
-        FenceFetch::reset();
-        delegate->received.clear();
+        startOver(kZone);
         std::size_t postsBefore = requestsTo("/api/").size();
-        setZoneAnswer({200, kZone, ""});
         startHost(c.mode);
         deliver(kLat, kLon, kT0);
         advance(1.0);

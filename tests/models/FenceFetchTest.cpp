@@ -1,36 +1,20 @@
+#include "support/FaultyFiles.hpp"
 #include "support/LibraryTest.hpp"
 
 #include "models/FenceFetch.hpp"
 
 #include "platform/linux/FileSettingsStore.hpp"
 #include "platform/linux/PosixFileSystem.hpp"
-#include <bvgeo/testing/ForwardingPlatform.hpp>
-
-#include <atomic>
 
 namespace bvgeo::testing {
 namespace {
-
-// The real file system, with the settings file's replacements counted and, on
-// demand, refused (a full disk).
-class CountingFileSystem final : public ForwardingFileSystem {
-public:
-    using ForwardingFileSystem::ForwardingFileSystem;
-    FileResult writeFileAtomically(const std::string& path, const std::string& contents) override {
-        ++writes;
-        if (full) return FileResult::failure("No space left on device");
-        return ForwardingFileSystem::writeFileAtomically(path, contents);
-    }
-    std::atomic<int> writes{0};
-    std::atomic<bool> full{false};
-};
 
 class FenceFetchTest : public LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
         Platform bundle = sim().bundle();
-        files = std::make_shared<CountingFileSystem>(bundle.files);
+        files = std::make_shared<FaultyFiles>(bundle.files);
         bundle.settings = std::make_shared<FileSettingsStore>(path(), files, sim().console);
         installPlatform(bundle);
     }
@@ -46,7 +30,7 @@ protected:
         return files->writes - before;
     }
 
-    std::shared_ptr<CountingFileSystem> files;
+    std::shared_ptr<FaultyFiles> files;
 };
 
 TEST_F(FenceFetchTest, TheSettingsFileIsRewrittenOnlyWhenAValueChanges) {
@@ -64,9 +48,9 @@ TEST_F(FenceFetchTest, TheSettingsFileIsRewrittenOnlyWhenAValueChanges) {
     EXPECT_EQ(stored(FenceFetch::kLastZoneFileKey), "zone_51500_700.json");
 
     // A write the disk refused is made again by the next one, even of the same value.
-    files->full = true;
+    files->refuseWrites = true;
     EXPECT_EQ(writesDuring([] { FenceFetch::setLastZoneFile("zone_51700_700.json"); }), 1);
-    files->full = false;
+    files->refuseWrites = false;
     EXPECT_EQ(stored(FenceFetch::kLastZoneFileKey), "zone_51500_700.json");
     EXPECT_EQ(writesDuring([] { FenceFetch::setLastZoneFile("zone_51700_700.json"); }), 1);
     EXPECT_EQ(stored(FenceFetch::kLastZoneFileKey), "zone_51700_700.json");

@@ -1,5 +1,7 @@
 #include "platform/linux/FileSettingsStore.hpp"
 #include "platform/linux/PosixFileSystem.hpp"
+#include "support/FaultyFiles.hpp"
+#include "support/TempDir.hpp"
 #include <bvgeo/testing/ForwardingPlatform.hpp>
 #include <bvgeo/testing/TestPlatform.hpp>
 
@@ -17,13 +19,6 @@ protected:
     std::unique_ptr<FileSettingsStore> open() {
         return std::make_unique<FileSettingsStore>(path, files, console);
     }
-    std::vector<std::string> directoryEntries() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(sim.documentsDirectory()))
-            names.push_back(entry.path().filename().string());
-        return names;
-    }
-
     TestPlatform sim;
     std::shared_ptr<PosixFileSystem> files = std::make_shared<PosixFileSystem>(sim.documentsDirectory());
     std::shared_ptr<RecordingConsole> console = std::make_shared<RecordingConsole>();
@@ -41,7 +36,7 @@ TEST_F(FileSettingsStoreTest, ValuesSurviveIntoTheNextInstanceWithTheirTypes) {
         store->remove("never-there");
         ASSERT_TRUE(store->synchronize());
     }
-    EXPECT_EQ(directoryEntries(), std::vector<std::string>{"bvgeo-settings.json"}) << "no temporary file left";
+    EXPECT_EQ(filesIn(sim.documentsDirectory()), std::vector<std::string>{"bvgeo-settings.json"}) << "no temporary file left";
 
     auto store = open();
     EXPECT_EQ(store->string("bv1GeoDeviceId"), "O'Brien \"quoted\" ünïcode");
@@ -82,24 +77,16 @@ TEST_F(FileSettingsStoreTest, DamagedFileIsMovedAsideAndTheSettingsStartEmpty) {
         ASSERT_TRUE(store->synchronize());
         EXPECT_EQ(open()->string("key"), "value");
     }
-    EXPECT_EQ(directoryEntries().size(), 3u) << "the settings and both damaged files";
+    EXPECT_EQ(filesIn(sim.documentsDirectory()).size(), 3u) << "the settings and both damaged files";
 }
 
 TEST_F(FileSettingsStoreTest, FailingWritesWarnOnceLeaveTheFileWholeAndRecover) {
-    struct FullDisk final : ForwardingFileSystem {
-        using ForwardingFileSystem::ForwardingFileSystem;
-        FileResult writeFileAtomically(const std::string& target, const std::string& contents) override {
-            if (full) return FileResult::failure("Cannot write \"" + target + "\": No space left on device");
-            return ForwardingFileSystem::writeFileAtomically(target, contents);
-        }
-        bool full = false;
-    };
-    auto disk = std::make_shared<FullDisk>(files);
+    auto disk = std::make_shared<FaultyFiles>(files);
     FileSettingsStore store(path, disk, console);
     store.setString("bv1GeoLastZoneFile", "zone_1_2.json");
     ASSERT_TRUE(store.synchronize());
 
-    disk->full = true;
+    disk->refuseWrites = true;
     for (int i = 0; i < 5; ++i) {
         store.setInteger("bv1GeoLastCacheTime", i);
         EXPECT_FALSE(store.synchronize());
@@ -112,10 +99,10 @@ TEST_F(FileSettingsStoreTest, FailingWritesWarnOnceLeaveTheFileWholeAndRecover) 
     EXPECT_EQ(nlohmann::json::parse(text), (nlohmann::json{{"bv1GeoLastZoneFile", "zone_1_2.json"}}))
         << "the last good file, whole";
 
-    disk->full = false;
+    disk->refuseWrites = false;
     EXPECT_TRUE(store.synchronize());
     EXPECT_EQ(open()->integer("bv1GeoLastCacheTime"), 4);
-    disk->full = true;
+    disk->refuseWrites = true;
     EXPECT_FALSE(store.synchronize());
     EXPECT_EQ(console->logLines().size(), 2u) << "a new run of failures is told again";
 }
@@ -129,7 +116,7 @@ TEST_F(FileSettingsStoreTest, SynchronizeReportsAFailedWrite) {
     EXPECT_FALSE(store->synchronize());
     EXPECT_EQ(store->string("key"), "value") << "still readable in memory";
     EXPECT_EQ(console->logLines().size(), 1u);
-    EXPECT_EQ(directoryEntries(), std::vector<std::string>{"bvgeo-settings.json"}) << "temporary file cleaned up";
+    EXPECT_EQ(filesIn(sim.documentsDirectory()), std::vector<std::string>{"bvgeo-settings.json"}) << "temporary file cleaned up";
 }
 
 } // namespace

@@ -1,6 +1,10 @@
 // Live positions through a real gpsd, fed by gpsfake from an NMEA log.
 #include "platform/linux/GpsdLocationService.hpp"
 
+#include "support/BindLoopback.hpp"
+#include "support/Nmea.hpp"
+#include "support/TempDir.hpp"
+
 #include <bvgeo/platform/LinuxPlatform.hpp>
 
 #include <gmock/gmock.h>
@@ -29,14 +33,6 @@ extern char** environ;
 namespace bvgeo {
 namespace {
 
-std::string withChecksum(const std::string& body) {
-    unsigned checksum = 0;
-    for (char c : body) checksum ^= static_cast<unsigned char>(c);
-    char text[4];
-    std::snprintf(text, sizeof text, "%02X", checksum);
-    return "$" + body + "*" + text;
-}
-
 struct Fix {
     double latitude, longitude, time;
 };
@@ -52,23 +48,18 @@ std::vector<Fix> writeLog(const std::string& path, int count) {
         std::snprintf(minutes, sizeof minutes, "%07.4f", (latitude - 51.0) * 60.0);
         std::snprintf(clock, sizeof clock, "07%02d%02d.00", 21 + i / 60, i % 60);
         const std::string position = std::string("51") + minutes + ",N,00042.0000,E";
-        log << withChecksum(std::string("GPRMC,") + clock + ",A," + position + ",5.0,0.0,011126,,,A") << "\r\n";
-        log << withChecksum(std::string("GPGGA,") + clock + "," + position + ",1,08,0.9,10.0,M,47.0,M,,") << "\r\n";
+        log << testing::nmeaSentence(std::string("GPRMC,") + clock + ",A," + position + ",5.0,0.0,011126,,,A") << "\r\n";
+        log << testing::nmeaSentence(std::string("GPGGA,") + clock + "," + position + ",1,08,0.9,10.0,M,47.0,M,,") << "\r\n";
         fixes.push_back({51.0 + std::stod(minutes) / 60.0, 0.7, start + i});
     }
     return fixes;
 }
 
 int freePort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int port = testing::bindLoopback(fd);
     ::close(fd);
-    return ntohs(address.sin_port);
+    return port;
 }
 
 // gpsfake with its own gpsd on `port`, killed (with its process group) on destruction.
@@ -118,7 +109,8 @@ struct Recorder : LocationManagerDelegate {
 };
 
 TEST(GpsdLocationService, DeliversGpsdFixesInOrderToRunningManagers) {
-    const auto log = std::filesystem::temp_directory_path() / ("bvgeo-gpsfake-" + std::to_string(::getpid()) + ".nmea");
+    const testing::TempDir dir("bvgeo-gpsfake");
+    const auto log = dir / "fixes.nmea";
     const auto fixes = writeLog(log, 40);
     const int port = freePort();
     GpsFake feeder(log, port);
@@ -142,7 +134,6 @@ TEST(GpsdLocationService, DeliversGpsdFixesInOrderToRunningManagers) {
     // service catches must come through as the log's own fixes, oldest first.
     ASSERT_TRUE(service.waitForFixes(5, 60.0)) << "no fixes from gpsd on port " << port;
     service.stop();
-    std::filesystem::remove(log);
 
     std::lock_guard lock(running.mutex);
     ASSERT_GE(running.received.size(), 5u);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "server/ReferenceServer.hpp"
+#include "support/TempDir.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -27,17 +28,7 @@ inline constexpr const char* kDeviceId = "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D";
 
 class ReferenceServerFixture : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "bvgeo-server-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        dir_ = pattern;
-        root_ = dir_ / "root";
-        std::filesystem::create_directories(root_);
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        std::filesystem::remove_all(dir_, ignored);
-    }
+    void SetUp() override { std::filesystem::create_directories(root_); }
 
     ReferenceServerOptions options() const {
         ReferenceServerOptions out;
@@ -67,8 +58,8 @@ protected:
         return {"POST", "/api/v1/app/" + appId + "/trigger", query, {{"Content-Type", "application/json"}}, body};
     }
 
-    std::filesystem::path dir_;
-    std::filesystem::path root_;
+    const TempDir dir_{"bvgeo-server"};
+    const std::filesystem::path root_ = dir_ / "root";
 };
 
 } // namespace bvgeo::testing

@@ -13,6 +13,8 @@
 // requests read afterwards.
 #pragma once
 
+#include "support/BindLoopback.hpp"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -38,13 +40,7 @@ public:
         listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         int on = 1;
         ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-            ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-            port_ = ntohs(address.sin_port);
+        port_ = bindLoopback(listener_);
         // A bound socket that does not listen refuses connections and keeps the port.
         if (mode != Mode::Refuse) ::listen(listener_, 128);
         (void)!::pipe2(wake_, O_CLOEXEC);

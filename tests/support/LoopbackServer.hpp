@@ -10,6 +10,8 @@
 
 #include <httplib.h>
 
+#include "support/BindLoopback.hpp"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -161,14 +163,7 @@ class RefusingPort {
 public:
     RefusingPort() {
         fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = 0;
-        socklen_t length = sizeof(address);
-        if (fd_ >= 0 && ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-            ::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-            port_ = ntohs(address.sin_port);
+        port_ = bindLoopback(fd_);
     }
     ~RefusingPort() {
         if (fd_ >= 0) ::close(fd_);

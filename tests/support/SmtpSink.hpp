@@ -7,6 +7,8 @@
 // test's to read. Every wait is bounded, so a client that stalls cannot hang a test.
 #pragma once
 
+#include "support/BindLoopback.hpp"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -33,14 +35,8 @@ public:
 
     explicit SmtpSink(bool silent = false) : silent_(silent) {
         listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-            ::listen(listener_, 1) == 0 &&
-            ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-            port_ = ntohs(address.sin_port);
+        port_ = bindLoopback(listener_);
+        if (::listen(listener_, 1) != 0) port_ = 0;
         thread_ = std::thread([this] { serve(); });
     }
 

@@ -4,6 +4,7 @@
 #include "logger/LogCategory.hpp"
 #include "models/Log.hpp"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,10 @@ inline std::vector<std::string> storedLines(LogCategory category = LogCategory::
         out.push_back(cut == std::string::npos ? message : message.substr(cut + 4));
     }
     return out;
+}
+
+inline bool hasLine(const std::vector<std::string>& lines, const std::string& text) {
+    return std::find(lines.begin(), lines.end(), text) != lines.end();
 }
 
 } // namespace bvgeo::testing

@@ -8,6 +8,8 @@
 #include "support/LoopbackServer.hpp"
 #include "support/StoredLogs.hpp"
 
+#include "datastore/BV1Database.hpp"
+#include "models/FenceFetch.hpp"
 #include "request/HTTPClient.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
@@ -102,6 +104,16 @@ protected:
         t.setExtendedOptions(extended);
         t.setTriggerDelegate(delegate);
         t.start();
+    }
+
+    // A fresh install on the same files, with nothing stored or received, serving `zone`.
+    void startOver(const std::string& zone) {
+        sim().installFresh();
+        ASSERT_TRUE(
+            BV1Database::executeStatements("DELETE FROM trigger; DELETE FROM activeFences; DELETE FROM fence;"));
+        FenceFetch::reset();
+        delegate->received.clear();
+        setZoneAnswer({200, zone, ""});
     }
 
     // A new process over the same database file and settings.

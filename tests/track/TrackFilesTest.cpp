@@ -1,11 +1,11 @@
 #include "track/TrackReader.hpp"
 
+#include "support/TempDir.hpp"
+
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <unistd.h>
 
 namespace bvgeo {
 namespace {
@@ -15,23 +15,6 @@ namespace fs = std::filesystem;
 constexpr const char* kGpx = "<?xml version=\"1.0\"?>\n<!-- exported -->\n<gpx version=\"1.1\"><trk><trkseg>\n"
                              "<trkpt lat=\"1\" lon=\"2\"><time>2014-05-10T07:20:55Z</time></trkpt>\n"
                              "</trkseg></trk></gpx>\n";
-
-class TempDir {
-public:
-    TempDir() : mPath(fs::temp_directory_path() / ("bvgeo-track-" + std::to_string(::getpid()))) {
-        fs::create_directories(mPath);
-    }
-    ~TempDir() { fs::remove_all(mPath); }
-    std::string write(const std::string& name, const std::string& content) const {
-        const auto path = mPath / name;
-        std::ofstream(path, std::ios::binary) << content;
-        return path.string();
-    }
-    std::string path() const { return mPath.string(); }
-
-private:
-    fs::path mPath;
-};
 
 TEST(TrackReadFiles, GoesByContentNotByName) {
     EXPECT_EQ(detectTrackFormat(kGpx), TrackFormat::Gpx);
@@ -57,36 +40,33 @@ TEST(TrackReadFiles, GoesByContentNotByName) {
 }
 
 TEST(TrackReadFiles, FileProblemsFailNamingThePath) {
-    TempDir dir;
+    const testing::TempDir dir("bvgeo-track");
     const auto good = readTrackFile(dir.write("run.data", kGpx));
     ASSERT_TRUE(good.ok) << good.error;
     EXPECT_EQ(good.fixes.size(), 1u);
 
-    const std::string missing = dir.path() + "/nothing-here.gpx";
+    const std::string missing = (dir / "nothing-here.gpx").string();
     const auto absent = readTrackFile(missing);
     EXPECT_FALSE(absent.ok);
     EXPECT_EQ(absent.error, missing + ": cannot open: No such file or directory");
 
-    const auto directory = readTrackFile(dir.path());
+    const auto directory = readTrackFile(dir.path().string());
     EXPECT_FALSE(directory.ok);
-    EXPECT_EQ(directory.error, dir.path() + ": is a directory, not a track file");
+    EXPECT_EQ(directory.error, dir.path().string() + ": is a directory, not a track file");
 
     const auto empty = readTrackFile(dir.write("empty.gpx", ""));
     EXPECT_FALSE(empty.ok);
     EXPECT_NE(empty.error.find("empty.gpx: not a track file"), std::string::npos) << empty.error;
 }
 
-// The recorded tracks shipped beside the project. Tests above cover every rule
-// with inline text; this one checks that real files of some size read as a whole.
-TEST(TrackReadFiles, RecordedTracksReadInFullWhenPresent) {
-    const char* fromEnvironment = std::getenv("BVGEO_TRACK_DATA");
-    const fs::path data = fromEnvironment ? fromEnvironment : "/work/shared/data/tracks";
+// The recorded tracks in examples/data. Tests above cover every rule with inline
+// text; this one checks that real files of some size read as a whole.
+TEST(TrackReadFiles, RecordedTracksReadInFull) {
+    const fs::path data = BVGEO_TEST_EXAMPLES_DIR;
     const fs::path kent = data / "kent-run-2014-05-10.gpx";
     const fs::path finland = data / "gulf-of-finland-sail.nmea";
-    if (!fs::exists(kent) || !fs::exists(finland)) {
-        RecordProperty("recorded_tracks", "absent");
-        return;
-    }
+    ASSERT_TRUE(fs::exists(kent)) << kent;
+    ASSERT_TRUE(fs::exists(finland)) << finland;
 
     const auto run = readTrackFile(kent.string());
     ASSERT_TRUE(run.ok) << run.error;

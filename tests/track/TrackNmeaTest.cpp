@@ -1,5 +1,7 @@
 #include "track/TrackReader.hpp"
 
+#include "support/Nmea.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,14 +14,8 @@ namespace {
 constexpr double k20230601 = 1685577600; // 2023-06-01T00:00:00Z
 constexpr double kDay = 86400;
 
-// "$<body>*hh" with a correct checksum, so cases can be written as plain text.
-std::string nmea(const std::string& body) {
-    unsigned sum = 0;
-    for (const char c : body) sum ^= static_cast<unsigned char>(c);
-    char tail[8];
-    std::snprintf(tail, sizeof tail, "*%02X", sum);
-    return "$" + body + tail + "\r\n";
-}
+// One line of a log, so cases can be written as plain text.
+std::string nmea(const std::string& body) { return testing::nmeaSentence(body) + "\r\n"; }
 
 TrackReadOptions onDate(const char* date) {
     TrackReadOptions options;

@@ -4,6 +4,8 @@
 #include "platform/Geodesic.hpp"
 #include "zone/ZoneGrid.hpp"
 
+#include "support/TempDir.hpp"
+
 #include <GeographicLib/Geodesic.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -264,42 +266,8 @@ TEST(ZoneBuilder, BadFencesAreSkippedWithAWarningAndBadInputsRejected) {
     }
 }
 
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "zonebuilder-XXXXXX").string();
-        if (::mkdtemp(pattern.data())) path_ = pattern;
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-    }
-    std::filesystem::path path() const { return path_; }
-    std::string write(const std::string& name, const std::string& text) const {
-        std::ofstream(path_ / name, std::ios::binary) << text;
-        return (path_ / name).string();
-    }
-    static std::string read(const std::filesystem::path& file) {
-        std::stringstream text;
-        text << std::ifstream(file, std::ios::binary).rdbuf();
-        return text.str();
-    }
-
-private:
-    std::filesystem::path path_;
-};
-
-std::vector<std::string> filesIn(const std::filesystem::path& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(directory))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 TEST(ZoneBuilder, WritesZoneFilesTheTrackerCanReadAndReplacesAnEarlierBuild) {
-    TemporaryFolder folder;
-    ASSERT_FALSE(folder.path().empty());
+    const testing::TempDir folder("zonebuilder");
     // Two fences straddle the meridian 0.8 (so both sit in both cells); one lies alone.
     std::string input = folder.write("places.geojson", R"({"type":"FeatureCollection","features":[
         {"type":"Feature","geometry":{"type":"Point","coordinates":[0.7995,51.3]},
@@ -315,10 +283,10 @@ TEST(ZoneBuilder, WritesZoneFilesTheTrackerCanReadAndReplacesAnEarlierBuild) {
     EXPECT_EQ(built.fences, 3u);
     EXPECT_EQ(built.cells, 3u);
     EXPECT_EQ(built.fenceEntries, 5u);
-    EXPECT_THAT(filesIn(out), ElementsAre("zone_-23500_-46700.json", "zone_51300_700.json", "zone_51300_900.json"));
+    EXPECT_THAT(testing::filesIn(out), ElementsAre("zone_-23500_-46700.json", "zone_51300_700.json", "zone_51300_900.json"));
 
     for (const auto& name : {"zone_51300_700.json", "zone_51300_900.json"}) {
-        auto document = nlohmann::json::parse(TemporaryFolder::read(out / name));
+        auto document = nlohmann::json::parse(testing::readFile(out / name));
         ASSERT_TRUE(document["fences"].is_array());
         std::vector<Fence> fences;
         for (const auto& element : document["fences"]) fences.push_back(Fence::fenceFromJson(element).value());
@@ -333,7 +301,7 @@ TEST(ZoneBuilder, WritesZoneFilesTheTrackerCanReadAndReplacesAnEarlierBuild) {
         EXPECT_THAT(fences[1].content_ids, IsEmpty());
         EXPECT_EQ(document["fences"][1]["content_ids"], nlohmann::json::array());
     }
-    auto square = nlohmann::json::parse(TemporaryFolder::read(out / "zone_-23500_-46700.json"));
+    auto square = nlohmann::json::parse(testing::readFile(out / "zone_-23500_-46700.json"));
     EXPECT_EQ(square["fences"][0]["location"]["coordinates"], nlohmann::json::parse("[-46.65,-23.55]"));
     EXPECT_EQ(square["fences"][0]["name"], "Praça");
 
@@ -347,7 +315,7 @@ TEST(ZoneBuilder, WritesZoneFilesTheTrackerCanReadAndReplacesAnEarlierBuild) {
     ASSERT_TRUE(rebuilt.ok) << rebuilt.error;
     EXPECT_EQ(rebuilt.cells, 2u);
     EXPECT_EQ(rebuilt.staleRemoved, 1u);
-    EXPECT_THAT(filesIn(out), ElementsAre("notes.txt", "zone_51300_700.json", "zone_51300_900.json"));
+    EXPECT_THAT(testing::filesIn(out), ElementsAre("notes.txt", "zone_51300_700.json", "zone_51300_900.json"));
     auto again = buildZones(second, out.string(), {});
     EXPECT_EQ(again.unchanged, 2u);
     EXPECT_EQ(again.staleRemoved, 0u);
@@ -367,7 +335,7 @@ TEST(ZoneBuilder, WritesZoneFilesTheTrackerCanReadAndReplacesAnEarlierBuild) {
     auto badInput = buildZones(folder.write("bad.csv", "id,name\n"), out.string(), {});
     EXPECT_FALSE(badInput.ok);
     EXPECT_THAT(badInput.error, HasSubstr("bad.csv"));
-    EXPECT_THAT(filesIn(out), ElementsAre("notes.txt", "zone_51300_700.json", "zone_51300_900.json"));
+    EXPECT_THAT(testing::filesIn(out), ElementsAre("notes.txt", "zone_51300_700.json", "zone_51300_900.json"));
 }
 
 } // namespace

@@ -191,16 +191,23 @@ protected:
         HTTPError error;
     };
 
-    Outcome download(const std::string& body) {
+    // Streamed through a ZoneFileReader, or (streamed = false) what get() gives for
+    // the same body: the streamed read must choose alike.
+    Outcome fetch(const std::string& body, bool streamed = true) {
         server.setHandler([body](const httplib::Request&, httplib::Response& response) {
             response.set_content(body, "application/json");
         });
         auto reader = std::make_shared<ZoneFileReader>();
         std::promise<Outcome> promise;
-        HTTPClient::sharedInstance().getStreamed(
-            server.url("/zone.json"), std::nullopt, reader,
-            [&](const HTTPResponse&) { promise.set_value({true, reader->takeFences(), {}}); },
-            [&](const HTTPResponse&, const HTTPError& error) { promise.set_value({false, {}, error}); });
+        auto failed = [&](const HTTPResponse&, const HTTPError& error) { promise.set_value({false, {}, error}); };
+        if (streamed)
+            HTTPClient::sharedInstance().getStreamed(
+                server.url("/zone.json"), std::nullopt, reader,
+                [&](const HTTPResponse&) { promise.set_value({true, reader->takeFences(), {}}); }, failed);
+        else
+            HTTPClient::sharedInstance().get(
+                server.url("/zone.json"), std::nullopt,
+                [&](const json&, const HTTPResponse&) { promise.set_value({true, {}, {}}); }, failed);
         auto future = promise.get_future();
         // A deadline, not a stopwatch: a sanitizer build parses 100,000 fences slowly.
         if (future.wait_for(std::chrono::seconds(240)) != std::future_status::ready) {
@@ -208,22 +215,6 @@ protected:
             HTTPClient::sharedInstance().waitUntilIdle(60); // the callbacks hold references to this frame
             return {};
         }
-        EXPECT_TRUE(HTTPClient::sharedInstance().waitUntilIdle(5));
-        return future.get();
-    }
-
-    // What get() gives for the same body: the streamed read must choose alike.
-    std::pair<bool, HTTPError> viaDocument(const std::string& body) {
-        server.setHandler([body](const httplib::Request&, httplib::Response& response) {
-            response.set_content(body, "application/json");
-        });
-        std::promise<std::pair<bool, HTTPError>> promise;
-        HTTPClient::sharedInstance().get(
-            server.url("/zone.json"), std::nullopt,
-            [&](const json&, const HTTPResponse&) { promise.set_value({true, {}}); },
-            [&](const HTTPResponse&, const HTTPError& error) { promise.set_value({false, error}); });
-        auto future = promise.get_future();
-        future.wait_for(std::chrono::seconds(30));
         EXPECT_TRUE(HTTPClient::sharedInstance().waitUntilIdle(5));
         return future.get();
     }
@@ -237,21 +228,21 @@ TEST_F(ZoneFileDownloadTest, BadBodiesFailAsTheyDidAndLargeOnesArriveWhole) {
     for (const std::string& body : {good, std::string(R"({"fences":[{"_id":"f1")"), std::string("<html>"),
                                     std::string("[1,2]"), std::string(R"({"zones":[]})"), std::string()}) {
         sim().console->clear();
-        const auto streamed = download(body);
+        const auto streamed = fetch(body);
         const auto lines = sim().console->logLines();
         const auto printed = sim().console->printedLines();
         sim().console->clear();
-        const auto [succeeded, error] = viaDocument(body);
-        EXPECT_EQ(streamed.succeeded, succeeded) << body;
-        EXPECT_EQ(streamed.error, error) << body;
+        const auto document = fetch(body, false);
+        EXPECT_EQ(streamed.succeeded, document.succeeded) << body;
+        EXPECT_EQ(streamed.error, document.error) << body;
         EXPECT_EQ(lines, sim().console->logLines()) << body;
         EXPECT_EQ(printed, sim().console->printedLines()) << body;
     }
-    const auto fences = download(good).fences;
+    const auto fences = fetch(good).fences;
     ASSERT_EQ(fences.size(), 1u);
     EXPECT_EQ(fences[0]->name, "O'Brien's");
     EXPECT_EQ(fences[0]->latitude, 51.3);
-    EXPECT_TRUE(download(R"({"zones":[]})").succeeded) << "no fences is an empty zone, not a failure";
+    EXPECT_TRUE(fetch(R"({"zones":[]})").succeeded) << "no fences is an empty zone, not a failure";
 
     std::string large = R"({"fences":[)";
     for (int i = 0; i < 100'000; ++i) {
@@ -262,7 +253,7 @@ TEST_F(ZoneFileDownloadTest, BadBodiesFailAsTheyDidAndLargeOnesArriveWhole) {
         if (i % 1000 == 999) large += R"(,{"_id":"bad","location":{"type":"LineString"}})";
     }
     large += "]}";
-    const auto many = download(large);
+    const auto many = fetch(large);
     ASSERT_TRUE(many.succeeded);
     ASSERT_EQ(many.fences.size(), 100'000u) << "every fence of the wrong shape skipped, no other";
     EXPECT_EQ(many.fences.back()->id, "p99999");
