@@ -66,6 +66,7 @@ typedef enum bvgeo_status {
     BVGEO_ERR_TIMEOUT = 4,          /* virtual time: the library kept busy past its bounds (a transfer hung) */
     BVGEO_ERR_IO = 5,               /* the documents directory or a port could not be used */
     BVGEO_ERR_INTERNAL = 6,         /* an unexpected failure inside the library (out of memory) */
+    BVGEO_ERR_REPORTS_DROPPED = 7,  /* bvgeo_close: closed, but trigger reports the server had not taken were lost */
     /* bvgeo_reset: the codes of BVErrorCodes (error domain "morlane.bvg"). */
     BVGEO_ERR_RESET_ARCHIVE_EXISTS = 1000, /* NAME.sqlite already exists beside the database */
     BVGEO_ERR_RESET_NAME_MANDATORY = 1001, /* the archive name is empty */
@@ -172,15 +173,29 @@ BVGEO_C_API void bvgeo_open_options_init(bvgeo_open_options *options);
  * process had before (from the C++ API) is let go first. */
 BVGEO_C_API bvgeo_status bvgeo_open(const bvgeo_open_options *options, bvgeo_tracker **tracker);
 
-/* Stops tracking and the debug console, lets work in progress finish (downloads,
- * trigger decisions, and callbacks already posted while the main queue is served:
- * always on the library's own thread, in BVGEO_MAIN_QUEUE_HOST mode only while a
- * bvgeo_main_queue_run serves it), stops the main queue and lets go of all library
- * state: the database is closed, reports still queued are dropped (durable
- * delivery keeps them for the next open; bvgeo_pending_reports tells when none
- * wait). The handle is invalid after it. NULL is allowed and does nothing. A
- * running bvgeo_main_queue_run is stopped and waited for. */
+/* How long bvgeo_close lets work in progress and owed reports finish, in seconds. */
+#define BVGEO_CLOSE_TIMEOUT_SECONDS 10.0
+
+/* Stops tracking and the debug console, then lets work already started finish, up
+ * to a deadline: zone answers, trigger decisions, callbacks (on the library's own
+ * thread; in BVGEO_MAIN_QUEUE_HOST mode on the bvgeo_main_queue_run thread, or, if
+ * none serves the queue, on the closing thread), and the trigger reports still
+ * owed, which are sent at once rather than at their timers (one try each; in
+ * virtual time too, without moving the clock). Then stops the main queue and lets
+ * go of all library state (the database is closed). The handle is invalid after
+ * it, whatever the status. NULL is allowed and does nothing. A running
+ * bvgeo_main_queue_run is stopped and waited for.
+ *
+ * bvgeo_close_within takes the deadline (seconds of real time, >= 0; 0 still
+ * sends nothing new but lets nothing hang) and tells what is left: *reports_owed
+ * the reports the server has not taken, *reports_in_outbox how many of them (with
+ * durable delivery) wait in BVGOutbox.sqlite for the next open; either may be
+ * NULL. BVGEO_ERR_REPORTS_DROPPED when reports were owed and not kept, so they are
+ * lost (the tracker is closed all the same). bvgeo_close is bvgeo_close_within
+ * with BVGEO_CLOSE_TIMEOUT_SECONDS. */
 BVGEO_C_API bvgeo_status bvgeo_close(bvgeo_tracker *tracker);
+BVGEO_C_API bvgeo_status bvgeo_close_within(bvgeo_tracker *tracker, double timeout_seconds, size_t *reports_owed,
+                                            size_t *reports_in_outbox);
 
 /* ---- Configuration -------------------------------------------------------------- */
 
@@ -281,8 +296,18 @@ BVGEO_C_API bvgeo_status bvgeo_is_configured(bvgeo_tracker *tracker, int *config
 /* BVGeoTracker::log: a line of the host's own in the library's log (category CLIENT). */
 BVGEO_C_API bvgeo_status bvgeo_log(bvgeo_tracker *tracker, const char *message);
 
-/* Trigger reports waiting in the request queue (first try and retries). */
+/* Trigger reports waiting in the request queue (first try and retries). Right
+ * after bvgeo_push_location the fix may not be decided yet (its zone may still be
+ * downloading): bvgeo_settle first to count its reports too. */
 BVGEO_C_API bvgeo_status bvgeo_pending_reports(bvgeo_tracker *tracker, size_t *count);
+
+/* Waits until every fix pushed before the call is decided: zone answers in,
+ * trigger decisions made, callbacks run (see bvgeo_close for where), and their
+ * reports sent or waiting in the request queue. In virtual time it runs all of it
+ * on the calling thread without moving the clock. timeout_seconds: real time,
+ * >= 0. BVGEO_ERR_TIMEOUT when the library was still busy at the deadline.
+ * Not from inside a callback (BVGEO_ERR_STATE). */
+BVGEO_C_API bvgeo_status bvgeo_settle(bvgeo_tracker *tracker, double timeout_seconds);
 /* The database file's path. */
 BVGEO_C_API bvgeo_status bvgeo_get_database_path(bvgeo_tracker *tracker, char **path);
 

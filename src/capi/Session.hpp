@@ -12,6 +12,7 @@
 #include "capi/TriggerCallback.hpp"
 #include "capi/VirtualTime.hpp"
 
+#include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/bvgeo.h>
 #include <bvgeo/platform/RunLoopMainQueue.hpp>
 #include <bvgeo/platform/virtualtime/ManualDispatchQueues.hpp>
@@ -56,9 +57,13 @@ public:
 
     MainQueueMode mode() const { return mode_; }
 
-    // Stops tracking and the console, lets work in progress finish and stops the
-    // main queue: after it no library work runs and no callback comes.
-    void shutDown();
+    // Waits until every fix pushed so far is decided and its reports are queued
+    // (virtual time: runs it all on the calling thread). False at the deadline.
+    bool settleWithin(double timeoutSeconds);
+    // Stops tracking and the console, lets work in progress finish and the reports
+    // still owed go out, within `timeoutSeconds`, and stops the main queue: after it
+    // no library work runs and no callback comes. Tells what is still owed.
+    FlushResult shutDown(double timeoutSeconds);
     // Lets go of every shared instance of the library (database, HTTP, services)
     // and of the host's console callback. After shutDown only.
     void releaseLibraryState();
@@ -93,7 +98,11 @@ public:
     std::string consoleUrl() const;
 
 private:
-    void drainRealTime();
+    // The queues of this session drained once: pumped on the calling thread in
+    // virtual time, waited for (or, with nobody serving the host's main queue, run
+    // here) otherwise.
+    bool drainQueues(double timeoutSeconds);
+    void stopMainQueueThread(double timeoutSeconds);
     // Waits until the main queue ran everything posted before the call.
     bool flushMainQueue(double timeoutSeconds);
 

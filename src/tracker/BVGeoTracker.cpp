@@ -10,10 +10,15 @@
 #include "request/RequestQueue.hpp"
 #include "settings/TrackerSettings.hpp"
 #include "tracker/Environments.hpp"
+#include "tracker/Quiescence.hpp"
+#include "trigger/TriggerManager.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <utility>
 
@@ -180,6 +185,54 @@ void BVGeoTracker::setExtendedOptions(const ExtendedOptions& options) {
 ExtendedOptions BVGeoTracker::extendedOptions() const { return TrackerSettings::sharedInstance().extendedOptions(); }
 
 std::vector<std::shared_ptr<BVTrigger>> BVGeoTracker::listTriggers() { return Trigger::list(); }
+
+namespace {
+
+// Posts `post(done)` and waits until `done` ran or the time is up.
+bool barrier(const std::function<void(std::function<void()>)>& post, double timeoutSeconds) {
+    struct State {
+        std::mutex mutex;
+        std::condition_variable ran;
+        bool done = false;
+    };
+    auto state = std::make_shared<State>();
+    post([state] {
+        std::lock_guard lock(state->mutex);
+        state->done = true;
+        state->ran.notify_all();
+    });
+    std::unique_lock lock(state->mutex);
+    return state->ran.wait_for(lock, std::chrono::duration<double>(timeoutSeconds), [&] { return state->done; });
+}
+
+// The installed queues, waited for in the order work flows: trigger jobs post to
+// the main queue.
+bool drainInstalledQueues(double timeoutSeconds) {
+    const auto start = std::chrono::steady_clock::now();
+    if (!barrier([](std::function<void()> done) { TriggerManager::sharedInstance().whenIdle(std::move(done)); },
+                 timeoutSeconds))
+        return false;
+    const double spent = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return barrier([](std::function<void()> done) { platform().mainQueue->async(std::move(done)); },
+                   std::max(0.0, timeoutSeconds - spent));
+}
+
+} // namespace
+
+bool BVGeoTracker::settle(double timeoutSeconds) {
+    if (platform().mainQueue->isCurrent()) return false;
+    return settleLibrary(timeoutSeconds, drainInstalledQueues);
+}
+
+FlushResult BVGeoTracker::flush(double timeoutSeconds) {
+    if (platform().mainQueue->isCurrent()) {
+        FlushResult unsettled;
+        auto& queue = RequestQueue::sharedInstance();
+        unsettled.reportsOwed = queue.requests().size() + queue.retryRequests().size();
+        return unsettled;
+    }
+    return flushLibrary(timeoutSeconds, drainInstalledQueues);
+}
 
 void BVGeoTracker::setEnvironmentURLs(BVEnvironment environment, EnvironmentURLs urls) {
     std::lock_guard lock(impl_->mutex);
