@@ -158,7 +158,8 @@ typedef struct bvgeo_open_options {
     unsigned int version;            /* BVGEO_OPEN_OPTIONS_VERSION */
     const char *documents_directory; /* where the database lives; NULL or "": $XDG_DATA_HOME/bvgeo, else ~/.local/share/bvgeo. Created when missing. */
     int main_queue;                  /* a bvgeo_main_queue_mode */
-    double start_time;               /* virtual time only: the clock's start, seconds since 1970; 0: the wall clock's now */
+    double start_time;               /* virtual time only: the clock's start, seconds since 1970; 0: the first fix's time
+                                        (or the first bvgeo_virtual_advance_to); until then the clock reads the wall clock */
     bvgeo_console_callback console;  /* NULL: standard error */
     void *console_user_data;
 } bvgeo_open_options;
@@ -207,8 +208,12 @@ BVGEO_C_API bvgeo_status bvgeo_configure(bvgeo_tracker *tracker, const char *app
                                          int environment);
 
 /* Replaces the base URLs of one environment; takes effect at the next configure.
- * NULL keeps that URL as it is. api_base should end in "/api/v1/app/", assets_base
- * in "/". */
+ * NULL keeps that URL as it is. Each must be an http:// or https:// URL with a host,
+ * ending in "/" (BVGEO_ERR_INVALID_ARGUMENT otherwise); api_base should end in
+ * "/api/v1/app/". Until they are set, an environment's URLs name placeholder hosts
+ * that never resolve: configure says so once (console and log), and a host whose
+ * name did not resolve is not looked up again for a while (30 s, doubling). The
+ * app id goes into the URLs percent-encoded, as one path segment. */
 BVGEO_C_API bvgeo_status bvgeo_set_environment_urls(bvgeo_tracker *tracker, int environment, const char *api_base,
                                                     const char *assets_base);
 /* The current base URLs of one environment; either pointer may be NULL. */
@@ -229,8 +234,11 @@ typedef struct bvgeo_parameters {
     double request_retry_interval; /* seconds > 0 */
 } bvgeo_parameters;
 
-/* Fills `parameters` with setParameters' defaults (100 m, 50 m, 3600 s, 0.2 degrees,
- * 300 s, 7200 s, 120 s), which differ from the initial configuration. */
+/* Fills `parameters` with the tracker's starting configuration (10 m, 30 m,
+ * 3600 s, 0.2 degrees, 300 s, 7200 s, 30 s), so that setting one field and passing
+ * the record on changes that one only. After an earlier bvgeo_set_parameters,
+ * start from bvgeo_get_parameters instead. (The C++ setParameters() keeps its own
+ * argument defaults: 100 m, 50 m, 120 s.) */
 BVGEO_C_API void bvgeo_parameters_init(bvgeo_parameters *parameters);
 /* BVGeoTracker::setParameters. Any value out of range: nothing changes. */
 BVGEO_C_API bvgeo_status bvgeo_set_parameters(bvgeo_tracker *tracker, const bvgeo_parameters *parameters);
@@ -328,11 +336,15 @@ enum {
 /* Hands one fix to the trackers, on the calling thread (calls from several threads
  * are taken one at a time). latitude -90..90, longitude -180..180 degrees;
  * accuracy: horizontal accuracy in metres, negative when unknown; time: seconds
- * since 1970 when the fix was taken, 0 for the library clock's now; kind: a
- * BVGEO_FIX_* value. `received` (may be NULL) tells how many trackers took the fix:
- * 0 when tracking is stopped or the fix was filtered. In virtual time the clock is
- * first moved to `time` (never backwards), firing the timers due on the way, and
- * everything the fix started has run when this returns. */
+ * since 1970 when the fix was taken, 0 for the library clock's now (a value of 1e11
+ * or more can only be milliseconds and is refused); kind: a BVGEO_FIX_* value.
+ * `received` (may be NULL) tells how many trackers took the fix: 0 when tracking is
+ * stopped or the fix was filtered. In virtual time the first fix starts the clock
+ * (unless start_time was given), and every later one first moves it to `time`,
+ * firing the timers due on the way; a fix older than the clock is refused
+ * (BVGEO_ERR_INVALID_ARGUMENT), since the clock never moves back. Everything the
+ * fix started has run when this returns. Elsewhere the fix is delivered as it is and
+ * may be settled for with bvgeo_settle. */
 BVGEO_C_API bvgeo_status bvgeo_push_location(bvgeo_tracker *tracker, double latitude, double longitude,
                                              double accuracy, double time, int kind, int *received);
 
