@@ -35,6 +35,8 @@ public:
 struct BVGEO_API EnvironmentURLs {
     std::string apiBase;    // ends in "/api/v1/app/"
     std::string assetsBase; // ends in "/"
+
+    bool operator==(const EnvironmentURLs&) const = default;
 };
 
 // What flush() left: reports the server has not taken yet, and of those, with

@@ -2,6 +2,7 @@
 // that need no tracker at all.
 
 #include "capi/CApiCall.hpp"
+#include "capi/FixTime.hpp"
 #include "capi/Utf8.hpp"
 #include "capi/WritableDirectory.hpp"
 
@@ -59,9 +60,8 @@ bvgeo_status bvgeo_open(const bvgeo_open_options* options, bvgeo_tracker** track
     if (o.main_queue < BVGEO_MAIN_QUEUE_OWN_THREAD || o.main_queue > BVGEO_MAIN_QUEUE_VIRTUAL_TIME)
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "options->main_queue " + std::to_string(o.main_queue) +
                                                     " is not a bvgeo_main_queue_mode (0 to 2)");
-    if (!std::isfinite(o.start_time) || o.start_time < 0)
-        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "options->start_time " + number(o.start_time) +
-                                                    " is not a time (seconds since 1970, or 0 for now)");
+    if (auto problem = timeProblem("options->start_time", o.start_time))
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, *problem);
     if (o.documents_directory && !bvgeo::capi::isValidUtf8(o.documents_directory))
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "options->documents_directory is not valid UTF-8");
 
@@ -76,7 +76,7 @@ bvgeo_status bvgeo_open(const bvgeo_open_options* options, bvgeo_tracker** track
     if (auto problem = prepareWritableDirectory(session.documentsDirectory, "documents directory"))
         return FAIL(BVGEO_ERR_IO, *problem);
     session.mode = static_cast<MainQueueMode>(o.main_queue);
-    session.startTime = o.start_time > 0 ? o.start_time : static_cast<double>(std::time(nullptr));
+    session.startTime = o.start_time; // 0: virtual time starts at the first fix
     session.console = o.console;
     session.consoleUserData = o.console_user_data;
 

@@ -1,6 +1,7 @@
 #include "capi/Session.hpp"
 
 #include "platform/SharedInstance.hpp"
+#include "capi/FixTime.hpp"
 #include "request/HTTPClient.hpp"
 #include "tracker/Quiescence.hpp"
 
@@ -55,9 +56,18 @@ void Session::setTriggerCallback(bvgeo_trigger_callback callback, void* userData
     BVGeoTracker::sharedInstance().setTriggerDelegate(callback ? delegate_ : nullptr);
 }
 
-std::optional<int> Session::push(const Location& fix, SimulatedDelivery delivery) {
+std::optional<int> Session::push(Location fix, SimulatedDelivery delivery, std::string& refused) {
     std::lock_guard lock(pumpMutex_);
-    if (!virtual_) return locations_->push(fix, delivery);
+    if (!virtual_) {
+        if (fix.timestamp == 0) fix.timestamp = platform().clock->currentTime();
+        return locations_->push(fix, delivery);
+    }
+    if (auto problem = virtualFixProblem(fix.timestamp, virtual_->now(), virtual_->started())) {
+        refused = *problem;
+        return std::nullopt;
+    }
+    if (fix.timestamp == 0) fix.timestamp = virtual_->now();
+    virtual_->startAt(fix.timestamp);
     if (!virtual_->advanceTo(fix.timestamp)) return std::nullopt;
     const int received = locations_->push(fix, delivery);
     if (!virtual_->settle()) return std::nullopt;
@@ -100,6 +110,7 @@ double Session::virtualNow() const { return virtual_->now(); }
 
 bool Session::advanceTo(double time) {
     std::lock_guard lock(pumpMutex_);
+    virtual_->startAt(time); // a host that moves the clock first starts it there
     return virtual_->advanceTo(time);
 }
 

@@ -33,7 +33,7 @@ enum class MainQueueMode : int { OwnThread = 0, Host = 1, VirtualTime = 2 };
 struct SessionOptions {
     std::string documentsDirectory; // non-empty, existing and writable
     MainQueueMode mode = MainQueueMode::OwnThread;
-    double startTime = 0.0; // virtual time: the clock's start
+    double startTime = 0.0; // virtual time: the clock's start; 0: the first fix's time
     bvgeo_console_callback console = nullptr;
     void* consoleUserData = nullptr;
 };
@@ -70,9 +70,11 @@ public:
 
     void setTriggerCallback(bvgeo_trigger_callback callback, void* userData);
 
-    // One fix from the host's source; in virtual time it first moves the clock and
-    // afterwards runs what the fix started. Empty when virtual time got stuck.
-    std::optional<int> push(const Location& fix, SimulatedDelivery delivery);
+    // One fix from the host's source (timestamp 0: the clock's now); in virtual time
+    // it first moves the clock (the first fix starts it) and afterwards runs what
+    // the fix started. Empty when virtual time got stuck, or with `refused` set when
+    // the fix is older than the virtual clock.
+    std::optional<int> push(Location fix, SimulatedDelivery delivery, std::string& refused);
 
     // Host mode. runMainQueue is false, having done nothing, while another thread
     // serves the queue.

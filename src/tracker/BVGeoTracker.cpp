@@ -11,6 +11,7 @@
 #include "settings/TrackerSettings.hpp"
 #include "tracker/Environments.hpp"
 #include "tracker/Quiescence.hpp"
+#include "tracker/UrlText.hpp"
 #include "trigger/TriggerManager.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
@@ -36,6 +37,7 @@ struct BVGeoTracker::Impl {
     EnvironmentURLs urls[4];
 
     std::atomic<bool> isConfigured{false};
+    bool placeholdersReported = false; // said once per process
 };
 
 namespace {
@@ -48,6 +50,19 @@ bool isUnsafeArchiveName(const std::string& name) {
 
 BVError makeError(int code, std::string description) {
     return BVError{std::string(kBVErrorDomain), code, std::move(description)};
+}
+
+// The built-in base URLs name hosts under ".example", which never resolve: a host
+// that forgot to set its own learns it here once, not from a failure per fix.
+void reportPlaceholderURLs(BVEnvironment environment) {
+    const auto urls = defaultEnvironmentURLs(environment);
+    const std::string text = "No base URLs were set for environment " + std::to_string(rawValue(environment)) +
+                             ": zone files and trigger reports go to the built-in placeholder hosts (" +
+                             urls.apiBase + ", " + urls.assetsBase +
+                             "), which do not resolve. Set them with setEnvironmentURLs before configure.";
+    Logger::log(text, LogCategory::ZONE, "configure(_:triggerMode:environment:)", 108);
+    // In debug mode the logger's echo has put it on the console already.
+    if (!Logger::debugMode()) platform().console->print(text);
 }
 } // namespace
 
@@ -76,16 +91,23 @@ void BVGeoTracker::configure(const std::string& appId, int triggerMode, int envi
         Logger::log(message, LogCategory::GENERAL, kConfigureFunction, 105);
         setIsConfigured(false);
     } else {
+        bool placeholders = false;
         bool debug = *env != BVEnvironment::PRODUCTION;
         auto& settings = TrackerSettings::sharedInstance();
         {
             std::lock_guard lock(impl_->mutex);
             const auto& urls = impl_->urls[rawValue(*env)];
             impl_->environment = *env;
-            settings.setApiUrl(urls.apiBase + appId + "/");
-            settings.setZonesBaseUrl(urls.assetsBase + appId + "/zones/");
+            // The id as given is what is stored and logged; in a URL it is one
+            // path segment, whatever it holds ("a b?c#d", "../../etc").
+            const std::string segment = percentEncodePathSegment(appId);
+            settings.setApiUrl(urls.apiBase + segment + "/");
+            settings.setZonesBaseUrl(urls.assetsBase + segment + "/zones/");
+            placeholders = urls == defaultEnvironmentURLs(*env) && !impl_->placeholdersReported;
+            if (placeholders) impl_->placeholdersReported = true;
         }
         setIsDebug(debug);
+        if (placeholders) reportPlaceholderURLs(*env);
         if (debug) platform().device->setBatteryMonitoringEnabled(true);
         {
             std::lock_guard lock(impl_->mutex);
