@@ -85,3 +85,18 @@ Python callable, positions fed from Python, virtual time) and replay() of
 recorded tracks.")
 
 include(CPack)
+
+# The API reference, from the public headers' own comments (scripts/doxygen-filter.py
+# turns them into Doxygen's). A warning about a public header fails the target.
+find_package(Doxygen QUIET)
+find_package(Python3 COMPONENTS Interpreter QUIET)
+if(DOXYGEN_FOUND AND Python3_FOUND)
+  set(BVGEO_DOCS_DIR ${PROJECT_BINARY_DIR}/docs)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/Doxyfile.in ${PROJECT_BINARY_DIR}/Doxyfile @ONLY)
+  add_custom_target(docs COMMAND ${DOXYGEN_EXECUTABLE} ${PROJECT_BINARY_DIR}/Doxyfile
+    WORKING_DIRECTORY ${PROJECT_BINARY_DIR} COMMENT "API reference in ${BVGEO_DOCS_DIR}/html" VERBATIM)
+  if(BVGEO_BUILD_TESTS)
+    add_test(NAME Docs.PublicHeadersMakeTheReferenceWithoutWarnings
+             COMMAND ${CMAKE_COMMAND} --build ${PROJECT_BINARY_DIR} --target docs)
+  endif()
+endif()
