@@ -5,7 +5,12 @@
 # root, as a new user of a fresh machine would. It takes long (apt, a full build
 # without a compiler cache, the whole suite), so it is run by hand, not in CI.
 #
-#   sudo scripts/fresh-debian12-check.sh [WORK_DIR]     (default /var/tmp/bvgeo-fresh-debian12)
+#   sudo scripts/fresh-debian12-check.sh [--reuse] [WORK_DIR]   (default /var/tmp/bvgeo-fresh-debian12)
+#
+# --reuse keeps a root made by an earlier run (its packages stay installed) and
+# only copies a new clone in. The certificate authorities this machine adds to its
+# own (/usr/local/share/ca-certificates) are added in the root too, so it reaches
+# the package registries the way this machine does.
 #
 # The Debian mirror is the one this machine's apt uses. WORK_DIR is made anew;
 # the output of both commands goes to WORK_DIR/demo.log and WORK_DIR/test.log,
@@ -13,6 +18,8 @@
 set -euo pipefail
 [ "$(id -u)" -eq 0 ] || { echo "run as root (debootstrap and chroot need it)" >&2; exit 2; }
 repo="$(cd "$(dirname "$0")/.." && pwd)"
+reuse=0
+if [ "${1:-}" = "--reuse" ]; then reuse=1; shift; fi
 work="${1:-/var/tmp/bvgeo-fresh-debian12}"
 root="$work/root"
 
@@ -29,10 +36,17 @@ cleanup() {
 trap cleanup EXIT
 mountin() { mkdir -p "$root$2"; mount "${@:3}" "$1" "$root$2"; mounted+=("$root$2"); }
 
-rm -rf "$work"
-mkdir -p "$work"
-echo "== debootstrap bookworm (minbase) from $mirror" >&2
-debootstrap --variant=minbase bookworm "$root" "$mirror" >"$work/debootstrap.log" 2>&1
+if [ "$reuse" -eq 0 ] || [ ! -x "$root/bin/bash" ]; then
+  rm -rf "$work"
+  mkdir -p "$work"
+  echo "== debootstrap bookworm (minbase) from $mirror" >&2
+  debootstrap --variant=minbase bookworm "$root" "$mirror" >"$work/debootstrap.log" 2>&1
+fi
+rm -rf "$root/root/bvgeo"
+if compgen -G "/usr/local/share/ca-certificates/*.crt" >/dev/null; then
+  mkdir -p "$root/usr/local/share/ca-certificates"
+  cp /usr/local/share/ca-certificates/*.crt "$root/usr/local/share/ca-certificates/"
+fi
 # The same sources as this machine (security updates included), and its resolver.
 if [ -f /etc/apt/sources.list.d/debian.sources ]; then
   cp /etc/apt/sources.list.d/debian.sources "$root/etc/apt/sources.list.d/"
@@ -52,7 +66,9 @@ run() { # name command: runs the README's command in the root, as a login shell 
   echo "== $2" >&2
   local status=0
   chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-    LANG=C.UTF-8 TERM=dumb bash -c "cd /root/bvgeo && $2" >"$work/$1.log" 2>&1 || status=$?
+    LANG=C.UTF-8 TERM=dumb NODE_EXTRA_CA_CERTS=/etc/ssl/certs/ca-certificates.crt \
+    bash -c "{ command -v update-ca-certificates >/dev/null && update-ca-certificates >/dev/null 2>&1; } ; cd /root/bvgeo && $2" \
+    >"$work/$1.log" 2>&1 || status=$?
   echo "-- $2: exit $status; last lines of $work/$1.log:"
   tail -n 25 "$work/$1.log"
   return "$status"
