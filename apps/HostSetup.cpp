@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <ctime>
+#include <iostream>
 
 namespace bvgeo::cli {
 
@@ -76,6 +77,10 @@ std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr
         if (o.apiBase) urls.apiBase = *o.apiBase;
         if (o.assetsBase) urls.assetsBase = *o.assetsBase;
         tracker.setEnvironmentURLs(environment, urls);
+    } else {
+        // Said up front: otherwise a run shows nothing but an empty result.
+        std::cerr << "bvgeo: no --api-base or --assets-base: the built-in placeholder hosts do not resolve, so no "
+                     "zone file can be fetched and no trigger reported\n";
     }
     tracker.configure(o.appId, o.mode, o.environment);
     if (!tracker.isConfigured()) return "the library refused the application id '" + o.appId + "'";

@@ -12,6 +12,9 @@ packages=(
   gpsd gpsd-clients
   chromium
   python3 python3-pytest
+  # Packaging and the API reference: Debian packages checked with lintian, pip
+  # installs into a venv with Debian's setuptools, Doxygen.
+  file lintian python3-venv python3-setuptools python3-wheel doxygen
 )
 command -v npm >/dev/null || packages+=(nodejs npm)
 missing=()

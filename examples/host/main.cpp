@@ -70,7 +70,10 @@ int main(int argc, char** argv) {
     // The zone download and the trigger run on the library's threads.
     if (argc > 2 && !printer->waitForTrigger(std::chrono::seconds(30))) std::printf("no trigger within 30 s\n");
     tracker.stop();
+    // Before the process ends: the last fixes decided and their reports sent.
+    const FlushResult left = tracker.flush(10.0);
 
-    std::printf("device %s: %zu triggers stored\n", tracker.getDeviceId().c_str(), tracker.listTriggers().size());
+    std::printf("device %s: %zu triggers stored, %zu reports owed\n", tracker.getDeviceId().c_str(),
+                tracker.listTriggers().size(), left.reportsOwed);
     return 0;
 }

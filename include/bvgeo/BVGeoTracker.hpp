@@ -13,6 +13,7 @@
 #include <bvgeo/ExtendedOptions.hpp>
 #include <bvgeo/Export.hpp>
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -34,6 +35,16 @@ public:
 struct BVGEO_API EnvironmentURLs {
     std::string apiBase;    // ends in "/api/v1/app/"
     std::string assetsBase; // ends in "/"
+
+    bool operator==(const EnvironmentURLs&) const = default;
+};
+
+// What flush() left: reports the server has not taken yet, and of those, with
+// durable delivery, how many wait in the outbox for the next start().
+struct BVGEO_API FlushResult {
+    bool settled = false;        // every fix handed over was decided within the deadline
+    std::size_t reportsOwed = 0;
+    std::size_t reportsInOutbox = 0;
 };
 
 class BVGEO_API BVGeoTracker {
@@ -64,6 +75,17 @@ public:
 
     // Every stored trigger, oldest first.
     std::vector<std::shared_ptr<BVTrigger>> listTriggers();
+
+    // Waits until every fix the location service delivered before the call is
+    // decided: zone answers in, trigger jobs run, delegate calls made, reports
+    // queued. The main queue must be served by another thread meanwhile. False when
+    // `timeoutSeconds` (real time) ran out first, or when called on the main queue,
+    // which it would have to wait for.
+    bool settle(double timeoutSeconds);
+    // The teardown before a process ends: settle, then send at once the trigger
+    // reports still owed and wait for the answers, all within `timeoutSeconds`.
+    // Call stop() first so no new fix comes in. Same thread rules as settle().
+    FlushResult flush(double timeoutSeconds);
 
     // Replaces the base URLs of one environment; takes effect at the next configure.
     void setEnvironmentURLs(BVEnvironment environment, EnvironmentURLs urls);

@@ -66,6 +66,7 @@ typedef enum bvgeo_status {
     BVGEO_ERR_TIMEOUT = 4,          /* virtual time: the library kept busy past its bounds (a transfer hung) */
     BVGEO_ERR_IO = 5,               /* the documents directory or a port could not be used */
     BVGEO_ERR_INTERNAL = 6,         /* an unexpected failure inside the library (out of memory) */
+    BVGEO_ERR_REPORTS_DROPPED = 7,  /* bvgeo_close: closed, but trigger reports the server had not taken were lost */
     /* bvgeo_reset: the codes of BVErrorCodes (error domain "morlane.bvg"). */
     BVGEO_ERR_RESET_ARCHIVE_EXISTS = 1000, /* NAME.sqlite already exists beside the database */
     BVGEO_ERR_RESET_NAME_MANDATORY = 1001, /* the archive name is empty */
@@ -157,7 +158,8 @@ typedef struct bvgeo_open_options {
     unsigned int version;            /* BVGEO_OPEN_OPTIONS_VERSION */
     const char *documents_directory; /* where the database lives; NULL or "": $XDG_DATA_HOME/bvgeo, else ~/.local/share/bvgeo. Created when missing. */
     int main_queue;                  /* a bvgeo_main_queue_mode */
-    double start_time;               /* virtual time only: the clock's start, seconds since 1970; 0: the wall clock's now */
+    double start_time;               /* virtual time only: the clock's start, seconds since 1970; 0: the first fix's time
+                                        (or the first bvgeo_virtual_advance_to); until then the clock reads the wall clock */
     bvgeo_console_callback console;  /* NULL: standard error */
     void *console_user_data;
 } bvgeo_open_options;
@@ -172,15 +174,29 @@ BVGEO_C_API void bvgeo_open_options_init(bvgeo_open_options *options);
  * process had before (from the C++ API) is let go first. */
 BVGEO_C_API bvgeo_status bvgeo_open(const bvgeo_open_options *options, bvgeo_tracker **tracker);
 
-/* Stops tracking and the debug console, lets work in progress finish (downloads,
- * trigger decisions, and callbacks already posted while the main queue is served:
- * always on the library's own thread, in BVGEO_MAIN_QUEUE_HOST mode only while a
- * bvgeo_main_queue_run serves it), stops the main queue and lets go of all library
- * state: the database is closed, reports still queued are dropped (durable
- * delivery keeps them for the next open; bvgeo_pending_reports tells when none
- * wait). The handle is invalid after it. NULL is allowed and does nothing. A
- * running bvgeo_main_queue_run is stopped and waited for. */
+/* How long bvgeo_close lets work in progress and owed reports finish, in seconds. */
+#define BVGEO_CLOSE_TIMEOUT_SECONDS 10.0
+
+/* Stops tracking and the debug console, then lets work already started finish, up
+ * to a deadline: zone answers, trigger decisions, callbacks (on the library's own
+ * thread; in BVGEO_MAIN_QUEUE_HOST mode on the bvgeo_main_queue_run thread, or, if
+ * none serves the queue, on the closing thread), and the trigger reports still
+ * owed, which are sent at once rather than at their timers (one try each; in
+ * virtual time too, without moving the clock). Then stops the main queue and lets
+ * go of all library state (the database is closed). The handle is invalid after
+ * it, whatever the status. NULL is allowed and does nothing. A running
+ * bvgeo_main_queue_run is stopped and waited for.
+ *
+ * bvgeo_close_within takes the deadline (seconds of real time, >= 0; 0 still
+ * sends nothing new but lets nothing hang) and tells what is left: *reports_owed
+ * the reports the server has not taken, *reports_in_outbox how many of them (with
+ * durable delivery) wait in BVGOutbox.sqlite for the next open; either may be
+ * NULL. BVGEO_ERR_REPORTS_DROPPED when reports were owed and not kept, so they are
+ * lost (the tracker is closed all the same). bvgeo_close is bvgeo_close_within
+ * with BVGEO_CLOSE_TIMEOUT_SECONDS. */
 BVGEO_C_API bvgeo_status bvgeo_close(bvgeo_tracker *tracker);
+BVGEO_C_API bvgeo_status bvgeo_close_within(bvgeo_tracker *tracker, double timeout_seconds, size_t *reports_owed,
+                                            size_t *reports_in_outbox);
 
 /* ---- Configuration -------------------------------------------------------------- */
 
@@ -192,8 +208,12 @@ BVGEO_C_API bvgeo_status bvgeo_configure(bvgeo_tracker *tracker, const char *app
                                          int environment);
 
 /* Replaces the base URLs of one environment; takes effect at the next configure.
- * NULL keeps that URL as it is. api_base should end in "/api/v1/app/", assets_base
- * in "/". */
+ * NULL keeps that URL as it is. Each must be an http:// or https:// URL with a host,
+ * ending in "/" (BVGEO_ERR_INVALID_ARGUMENT otherwise); api_base should end in
+ * "/api/v1/app/". Until they are set, an environment's URLs name placeholder hosts
+ * that never resolve: configure says so once (console and log), and a host whose
+ * name did not resolve is not looked up again for a while (30 s, doubling). The
+ * app id goes into the URLs percent-encoded, as one path segment. */
 BVGEO_C_API bvgeo_status bvgeo_set_environment_urls(bvgeo_tracker *tracker, int environment, const char *api_base,
                                                     const char *assets_base);
 /* The current base URLs of one environment; either pointer may be NULL. */
@@ -214,8 +234,11 @@ typedef struct bvgeo_parameters {
     double request_retry_interval; /* seconds > 0 */
 } bvgeo_parameters;
 
-/* Fills `parameters` with setParameters' defaults (100 m, 50 m, 3600 s, 0.2 degrees,
- * 300 s, 7200 s, 120 s), which differ from the initial configuration. */
+/* Fills `parameters` with the tracker's starting configuration (10 m, 30 m,
+ * 3600 s, 0.2 degrees, 300 s, 7200 s, 30 s), so that setting one field and passing
+ * the record on changes that one only. After an earlier bvgeo_set_parameters,
+ * start from bvgeo_get_parameters instead. (The C++ setParameters() keeps its own
+ * argument defaults: 100 m, 50 m, 120 s.) */
 BVGEO_C_API void bvgeo_parameters_init(bvgeo_parameters *parameters);
 /* BVGeoTracker::setParameters. Any value out of range: nothing changes. */
 BVGEO_C_API bvgeo_status bvgeo_set_parameters(bvgeo_tracker *tracker, const bvgeo_parameters *parameters);
@@ -281,8 +304,18 @@ BVGEO_C_API bvgeo_status bvgeo_is_configured(bvgeo_tracker *tracker, int *config
 /* BVGeoTracker::log: a line of the host's own in the library's log (category CLIENT). */
 BVGEO_C_API bvgeo_status bvgeo_log(bvgeo_tracker *tracker, const char *message);
 
-/* Trigger reports waiting in the request queue (first try and retries). */
+/* Trigger reports waiting in the request queue (first try and retries). Right
+ * after bvgeo_push_location the fix may not be decided yet (its zone may still be
+ * downloading): bvgeo_settle first to count its reports too. */
 BVGEO_C_API bvgeo_status bvgeo_pending_reports(bvgeo_tracker *tracker, size_t *count);
+
+/* Waits until every fix pushed before the call is decided: zone answers in,
+ * trigger decisions made, callbacks run (see bvgeo_close for where), and their
+ * reports sent or waiting in the request queue. In virtual time it runs all of it
+ * on the calling thread without moving the clock. timeout_seconds: real time,
+ * >= 0. BVGEO_ERR_TIMEOUT when the library was still busy at the deadline.
+ * Not from inside a callback (BVGEO_ERR_STATE). */
+BVGEO_C_API bvgeo_status bvgeo_settle(bvgeo_tracker *tracker, double timeout_seconds);
 /* The database file's path. */
 BVGEO_C_API bvgeo_status bvgeo_get_database_path(bvgeo_tracker *tracker, char **path);
 
@@ -303,11 +336,15 @@ enum {
 /* Hands one fix to the trackers, on the calling thread (calls from several threads
  * are taken one at a time). latitude -90..90, longitude -180..180 degrees;
  * accuracy: horizontal accuracy in metres, negative when unknown; time: seconds
- * since 1970 when the fix was taken, 0 for the library clock's now; kind: a
- * BVGEO_FIX_* value. `received` (may be NULL) tells how many trackers took the fix:
- * 0 when tracking is stopped or the fix was filtered. In virtual time the clock is
- * first moved to `time` (never backwards), firing the timers due on the way, and
- * everything the fix started has run when this returns. */
+ * since 1970 when the fix was taken, 0 for the library clock's now (a value of 1e11
+ * or more can only be milliseconds and is refused); kind: a BVGEO_FIX_* value.
+ * `received` (may be NULL) tells how many trackers took the fix: 0 when tracking is
+ * stopped or the fix was filtered. In virtual time the first fix starts the clock
+ * (unless start_time was given), and every later one first moves it to `time`,
+ * firing the timers due on the way; a fix older than the clock is refused
+ * (BVGEO_ERR_INVALID_ARGUMENT), since the clock never moves back. Everything the
+ * fix started has run when this returns. Elsewhere the fix is delivered as it is and
+ * may be settled for with bvgeo_settle. */
 BVGEO_C_API bvgeo_status bvgeo_push_location(bvgeo_tracker *tracker, double latitude, double longitude,
                                              double accuracy, double time, int kind, int *received);
 

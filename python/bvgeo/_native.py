@@ -1,8 +1,12 @@
 """The C API (include/bvgeo/bvgeo.h) as ctypes sees it: the library, its structs
-and the prototype of every function. Internal to the package."""
+and the prototype of every function. Internal to the package.
+
+The library is looked for, in this order: $BVGEO_LIBRARY; libbvgeo.so.1 beside
+this file (a package staged or installed with the library in it); where
+`cmake --install` put the library (recorded in _location.py at install time); and
+the system's library path (Debian's libbvgeo1, ld.so.conf, LD_LIBRARY_PATH)."""
 
 import ctypes
-import ctypes.util
 import os
 from pathlib import Path
 
@@ -14,6 +18,7 @@ ERR_NOT_CONFIGURED = 3
 ERR_TIMEOUT = 4
 ERR_IO = 5
 ERR_INTERNAL = 6
+ERR_REPORTS_DROPPED = 7
 ERR_RESET_ARCHIVE_EXISTS = 1000
 ERR_RESET_NAME_MANDATORY = 1001
 ERR_RESET_NAME_INVALID = 1002
@@ -92,12 +97,16 @@ def _candidates():
     if explicit:
         yield explicit
         return
-    # Installed beside the library: <libdir>/python3/dist-packages/bvgeo/_native.py.
-    libdir = Path(__file__).resolve().parents[3]
-    yield str(libdir / "libbvgeo.so.1")
-    found = ctypes.util.find_library("bvgeo")
-    if found:
-        yield found
+    here = Path(__file__).resolve().parent
+    beside = here / "libbvgeo.so.1"
+    if beside.exists():
+        yield str(beside)
+    try:
+        from ._location import LIBRARY  # written by `cmake --install`
+    except ImportError:
+        LIBRARY = None
+    if LIBRARY and Path(LIBRARY).exists():
+        yield LIBRARY
     yield "libbvgeo.so.1"
 
 
@@ -134,6 +143,9 @@ bvgeo_free = _proto("bvgeo_free", None, ctypes.c_void_p)
 bvgeo_open_options_init = _proto("bvgeo_open_options_init", None, ctypes.POINTER(OpenOptions))
 bvgeo_open = _proto("bvgeo_open", _S, ctypes.POINTER(OpenOptions), ctypes.POINTER(ctypes.c_void_p))
 bvgeo_close = _proto("bvgeo_close", _S, _P)
+bvgeo_close_within = _proto("bvgeo_close_within", _S, _P, ctypes.c_double, ctypes.POINTER(ctypes.c_size_t),
+                            ctypes.POINTER(ctypes.c_size_t))
+bvgeo_settle = _proto("bvgeo_settle", _S, _P, ctypes.c_double)
 
 bvgeo_configure = _proto("bvgeo_configure", _S, _P, _TEXT, ctypes.c_int, ctypes.c_int)
 bvgeo_set_environment_urls = _proto("bvgeo_set_environment_urls", _S, _P, ctypes.c_int, _TEXT, _TEXT)

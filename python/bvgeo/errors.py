@@ -4,7 +4,7 @@
 class BVGeoError(Exception):
     """A bvgeo call failed; `code` is the C API's bvgeo_status."""
 
-    def __init__(self, message, code):
+    def __init__(self, message: str, code: int) -> None:
         super().__init__(message)
         self.code = code
 
@@ -16,6 +16,17 @@ class InvalidArgumentError(BVGeoError, ValueError):
 class StateError(BVGeoError, RuntimeError):
     """The call does not fit the moment: no tracker open, another one open, the
     wrong main-queue mode, or a call from inside a trigger callback."""
+
+
+class NotConfiguredError(StateError):
+    """start() before a configure() that was accepted (the library logged
+    "BVGeoTracker is not configured! Please configure before calling start()")."""
+
+
+class CallbackError(BVGeoError):
+    """A callable the host gave the tracker (on_trigger, console) raised. The
+    library went on; the host's exception is the __cause__, raised by the next
+    call of the host's own thread into the tracker."""
 
 
 class ResetError(BVGeoError):

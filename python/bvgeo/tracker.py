@@ -7,18 +7,30 @@ set as `on_trigger` on the library's main queue: a thread of the library's own
 (MainQueue.OWN_THREAD), the thread that calls run_main_queue() or run_pending()
 (MainQueue.HOST), or the thread that moves virtual time (MainQueue.VIRTUAL_TIME).
 A callback that raises is logged (Python logging "bvgeo" and the library's own
-log) and the library goes on. Bad arguments raise ValueError (InvalidArgumentError)
-and change nothing.
+log), the library goes on, and the next call the host makes into the tracker
+raises CallbackError with the callback's exception as its cause. Bad arguments
+raise ValueError (InvalidArgumentError) and change nothing; failures raise a
+BVGeoError.
+
+Times are seconds since 1970 (int or float) or timezone-aware datetimes; a naive
+datetime, or a number only milliseconds can be, is refused.
 """
 
 import atexit
 import ctypes
+import datetime as _datetime
 import logging
 import math
+import os
+import threading
+from typing import Callable, Optional, Tuple, Union
 
 from . import _native as n
-from .errors import BVGeoError, InvalidArgumentError, ResetError, StateError, VirtualTimeError
-from .types import (Environment, ExtendedOptions, FixKind, MainQueue, Parameters, Trigger, TriggerMode)
+from .errors import (BVGeoError, CallbackError, InvalidArgumentError, NotConfiguredError, ResetError, StateError,
+                     VirtualTimeError)
+from .types import (CloseResult, Environment, ExtendedOptions, FixKind, MainQueue, Parameters, Trigger, TriggerMode)
+
+Time = Union[int, float, _datetime.datetime]
 
 log = logging.getLogger("bvgeo")
 console_log = logging.getLogger("bvgeo.console")
@@ -33,7 +45,9 @@ def _raise_for(status, what):
     message = n.last_error() or f"{what}: {n.bvgeo_status_text(status).decode()}"
     if status == n.ERR_INVALID_ARGUMENT:
         raise InvalidArgumentError(message, status)
-    if status in (n.ERR_STATE, n.ERR_NOT_CONFIGURED):
+    if status == n.ERR_NOT_CONFIGURED:
+        raise NotConfiguredError(message, status)
+    if status == n.ERR_STATE:
         raise StateError(message, status)
     if status in (n.ERR_RESET_ARCHIVE_EXISTS, n.ERR_RESET_NAME_MANDATORY, n.ERR_RESET_NAME_INVALID):
         raise ResetError(message, status)
@@ -73,6 +87,18 @@ def _number(value, name):
     return float(value)
 
 
+def _seconds(value, name):
+    """Seconds since 1970 from an aware datetime or a number; None is 0 (now)."""
+    if value is None:
+        return 0.0
+    if isinstance(value, _datetime.datetime):
+        if value.tzinfo is None or value.tzinfo.utcoffset(value) is None:
+            raise InvalidArgumentError(f"{name} is a naive datetime; give one with a timezone (e.g. timezone.utc)",
+                                       n.ERR_INVALID_ARGUMENT)
+        return value.timestamp()
+    return _number(value, name)
+
+
 def _trigger(c):
     def text(raw):
         return (raw or b"").decode("utf-8", errors="replace")
@@ -99,15 +125,20 @@ def _close_at_exit():
 class Tracker:
     """The process's bvgeo tracker. Usable as a context manager (closes on exit)."""
 
-    def __init__(self, documents_directory=None, *, main_queue=MainQueue.OWN_THREAD, start_time=0.0, console=None):
+    def __init__(self, documents_directory: Optional[Union[str, "os.PathLike[str]"]] = None, *,
+                 main_queue: MainQueue = MainQueue.OWN_THREAD, start_time: Optional[Time] = None,
+                 console: Optional[Callable[[str], None]] = None) -> None:
         """documents_directory: where the database lives (default: $XDG_DATA_HOME/bvgeo,
         else ~/.local/share/bvgeo). main_queue: a MainQueue. start_time: virtual time
-        only, the clock's start in seconds since 1970 (0: now). console: a callable
-        given each of the library's console lines (from any thread; it must not call
-        the tracker); default: the "bvgeo.console" logger at DEBUG level."""
+        only, the clock's start (seconds since 1970 or an aware datetime); None: the
+        first pushed fix's time. console: a callable given each of the library's
+        console lines (from any thread; it must not call the tracker); default: the
+        "bvgeo.console" logger at DEBUG level."""
         self._handle = None
         self._on_trigger = None
         self._console = console
+        self._callback_error = None
+        self._callback_lock = threading.Lock()
         # Made once and kept as long as the tracker: the library holds the pointers,
         # and the main queue may still be running one while the host swaps callables.
         self._trigger_thunk = n.TriggerCallback(self._deliver)
@@ -117,7 +148,7 @@ class Tracker:
         options.documents_directory = _text(str(documents_directory), "documents_directory") \
             if documents_directory is not None else None
         options.main_queue = _integer(int(main_queue), "main_queue")
-        options.start_time = _number(start_time, "start_time")
+        options.start_time = _seconds(start_time, "start_time")
         options.console = self._console_thunk
         handle = ctypes.c_void_p()
         _raise_for(n.bvgeo_open(ctypes.byref(options), ctypes.byref(handle)), "open")
@@ -127,27 +158,48 @@ class Tracker:
 
     # ---- lifecycle ----
 
-    def close(self):
-        """Stops tracking, lets work in progress finish and lets go of the library's
-        state. Reports still queued are dropped. Idempotent."""
+    def close(self, timeout: float = 10.0) -> CloseResult:
+        """Stops tracking, lets work in progress finish and sends the trigger reports
+        still owed, for up to `timeout` seconds, then lets go of the library's state.
+        Returns what was left owed (with durable delivery, kept in the outbox for the
+        next start; otherwise lost, which is also logged). Idempotent: closing a
+        closed tracker returns an empty CloseResult. Raises CallbackError afterwards
+        when a callback raised and was not reported yet."""
         if self._handle is None:
-            return
-        _raise_for(n.bvgeo_close(self._handle), "close")
+            return CloseResult()
+        timeout = _number(timeout, "timeout")
+        owed, kept = ctypes.c_size_t(), ctypes.c_size_t()
+        status = n.bvgeo_close_within(self._handle, timeout, ctypes.byref(owed), ctypes.byref(kept))
+        if status not in (n.OK, n.ERR_REPORTS_DROPPED):
+            _raise_for(status, "close")
         self._handle = None
         _open_trackers.discard(self)
+        result = CloseResult(owed.value, kept.value)
+        if result.reports_lost:
+            log.warning("bvgeo: closed with %d trigger report(s) the server had not taken; they are lost",
+                        result.reports_lost)
+        self._raise_callback_error()
+        return result
 
     def __enter__(self):
         return self
 
-    def __exit__(self, *exc):
-        self.close()
+    def __exit__(self, exc_type, exc, traceback):
+        if exc_type is None:
+            self.close()
+            return
+        # Already unwinding: close, but let the host's own exception be the one seen.
+        try:
+            self.close()
+        except BVGeoError:
+            log.exception("bvgeo: closing the tracker while an exception unwinds")
 
     @property
-    def closed(self):
+    def closed(self) -> bool:
         return self._handle is None
 
     @property
-    def main_queue(self):
+    def main_queue(self) -> MainQueue:
         return self._main_queue
 
     def _h(self):
@@ -155,34 +207,50 @@ class Tracker:
             raise StateError("the tracker is closed", n.ERR_STATE)
         return self._handle
 
+    def _keep_callback_error(self, error):
+        with self._callback_lock:
+            if self._callback_error is None:
+                self._callback_error = error
+
+    def _raise_callback_error(self):
+        with self._callback_lock:
+            error, self._callback_error = self._callback_error, None
+        if error is not None:
+            raise CallbackError(f"a callback raised {type(error).__name__}: {error}", n.ERR_STATE) from error
+
     # ---- configuration ----
 
-    def configure(self, app_id, trigger_mode=TriggerMode.BOTH, environment=Environment.PRODUCTION):
-        """BVGeoTracker.configure. A refused configuration (empty app_id, mode or
+    def configure(self, app_id: str, trigger_mode: TriggerMode = TriggerMode.BOTH,
+                  environment: Environment = Environment.PRODUCTION) -> None:
+        """BVGeoTracker.configure. The environment defaults to PRODUCTION, as in C
+        and C++ (and in replay()). A refused configuration (empty app_id, mode or
         environment out of range) leaves the tracker unconfigured, as the facade
-        does, and raises ValueError."""
+        does, and raises ValueError. The app id is stored and logged as given and
+        percent-encoded where it goes into a URL."""
         _raise_for(n.bvgeo_configure(self._h(), _text(app_id, "app_id"), _integer(int(trigger_mode), "trigger_mode"),
                                      _integer(int(environment), "environment")), "configure")
 
-    def set_environment_urls(self, environment, api_base=None, assets_base=None):
+    def set_environment_urls(self, environment: Environment, api_base: Optional[str] = None,
+                             assets_base: Optional[str] = None) -> None:
         """Replaces the base URLs of one environment (None keeps one); takes effect at
-        the next configure."""
+        the next configure. Each must be http(s), name a host and end in "/"."""
         _raise_for(n.bvgeo_set_environment_urls(self._h(), _integer(int(environment), "environment"),
                                                 _text(api_base, "api_base", optional=True),
                                                 _text(assets_base, "assets_base", optional=True)),
                    "set_environment_urls")
 
-    def environment_urls(self, environment):
+    def environment_urls(self, environment: Environment) -> Tuple[str, str]:
         """(api_base, assets_base) of one environment."""
         api, assets = ctypes.c_void_p(), ctypes.c_void_p()
         _raise_for(n.bvgeo_get_environment_urls(self._h(), _integer(int(environment), "environment"),
                                                 ctypes.byref(api), ctypes.byref(assets)), "environment_urls")
         return n.take_text(api), n.take_text(assets)
 
-    def set_parameters(self, parameters=None, **values):
-        """BVGeoTracker.setParameters, with a Parameters or its fields as keywords;
-        the rest take setParameters' defaults."""
-        p = parameters if parameters is not None else Parameters()
+    def set_parameters(self, parameters: Optional[Parameters] = None, **values) -> None:
+        """BVGeoTracker.setParameters, with a Parameters or its fields as keywords.
+        Keywords alone change those fields of the current parameters and nothing
+        else; with a Parameters, keywords override its fields."""
+        p = parameters if parameters is not None else self.parameters
         if values:
             unknown = set(values) - set(Parameters.__dataclass_fields__)
             if unknown:
@@ -200,7 +268,7 @@ class Tracker:
         _raise_for(n.bvgeo_set_parameters(self._h(), ctypes.byref(c)), "set_parameters")
 
     @property
-    def parameters(self):
+    def parameters(self) -> Parameters:
         """The seven values as they are now."""
         c = n.Parameters()
         n.bvgeo_parameters_init(ctypes.byref(c))
@@ -209,7 +277,7 @@ class Tracker:
                           c.max_linger_time, c.request_retry_interval)
 
     @property
-    def extended_options(self):
+    def extended_options(self) -> ExtendedOptions:
         c = n.ExtendedOptions()
         n.bvgeo_extended_options_init(ctypes.byref(c))
         _raise_for(n.bvgeo_get_extended_options(self._h(), ctypes.byref(c)), "extended_options")
@@ -217,7 +285,7 @@ class Tracker:
                                c.max_log_rows, c.max_location_rows, c.fence_listing_limit)
 
     @extended_options.setter
-    def extended_options(self, options):
+    def extended_options(self, options: ExtendedOptions) -> None:
         if not isinstance(options, ExtendedOptions):
             raise TypeError("extended_options must be a bvgeo.ExtendedOptions")
         c = n.ExtendedOptions()
@@ -233,11 +301,11 @@ class Tracker:
     # ---- triggers ----
 
     @property
-    def on_trigger(self):
+    def on_trigger(self) -> Optional[Callable[[Trigger], None]]:
         return self._on_trigger
 
     @on_trigger.setter
-    def on_trigger(self, callback):
+    def on_trigger(self, callback: Optional[Callable[[Trigger], None]]) -> None:
         """A callable taking a Trigger, or None."""
         if callback is not None and not callable(callback):
             raise TypeError("on_trigger must be callable or None")
@@ -253,12 +321,13 @@ class Tracker:
             callback(_trigger(trigger.contents))
         except BaseException as error:  # noqa: B036 - nothing may unwind into C
             log.exception("bvgeo: the trigger callback raised; the library goes on")
+            self._keep_callback_error(error)
             handle = self._handle
             if handle is not None:
                 line = f"Python trigger callback raised {type(error).__name__}: {error}"
                 n.bvgeo_log(handle, line.encode("utf-8", errors="replace"))
 
-    def list_triggers(self):
+    def list_triggers(self) -> "list[Trigger]":
         """Every stored trigger, oldest first."""
         array = ctypes.POINTER(n.Trigger)()
         count = ctypes.c_size_t()
@@ -270,111 +339,120 @@ class Tracker:
 
     # ---- running ----
 
-    def start(self):
-        """BVGeoTracker.start. True when tracking started; False, as the facade does
-        (its log line, nothing started), when the tracker is not configured."""
-        status = n.bvgeo_start(self._h())
-        if status == n.ERR_NOT_CONFIGURED:
-            return False
-        _raise_for(status, "start")
+    def start(self) -> bool:
+        """BVGeoTracker.start; returns True. Before an accepted configure() it raises
+        NotConfiguredError (a StateError), after the facade's log line, and nothing
+        starts."""
+        _raise_for(n.bvgeo_start(self._h()), "start")
         return True
 
-    def stop(self):
+    def stop(self) -> None:
         _raise_for(n.bvgeo_stop(self._h()), "stop")
 
-    def reset(self, name):
+    def reset(self, name: str) -> None:
         """Archives the database as NAME.sqlite beside it and starts afresh (tracking
         stopped, a new device id). ResetError with code 1000, 1001 or 1002 when
         refused."""
         _raise_for(n.bvgeo_reset(self._h(), _text(name, "name")), "reset")
 
     @property
-    def device_id(self):
+    def device_id(self) -> str:
         out = ctypes.c_void_p()
         _raise_for(n.bvgeo_get_device_id(self._h(), ctypes.byref(out)), "device_id")
         return n.take_text(out)
 
     @property
-    def app_id(self):
+    def app_id(self) -> str:
         out = ctypes.c_void_p()
         _raise_for(n.bvgeo_get_app_id(self._h(), ctypes.byref(out)), "app_id")
         return n.take_text(out)
 
     @property
-    def is_configured(self):
+    def is_configured(self) -> bool:
         out = ctypes.c_int()
         _raise_for(n.bvgeo_is_configured(self._h(), ctypes.byref(out)), "is_configured")
         return bool(out.value)
 
-    def log(self, message):
+    def log(self, message: str) -> None:
         """A line of the host's own in the library's log (category CLIENT)."""
         _raise_for(n.bvgeo_log(self._h(), _text(message, "message")), "log")
 
     @property
-    def pending_reports(self):
+    def pending_reports(self) -> int:
         """Trigger reports waiting in the request queue."""
         out = ctypes.c_size_t()
         _raise_for(n.bvgeo_pending_reports(self._h(), ctypes.byref(out)), "pending_reports")
         return out.value
 
     @property
-    def database_path(self):
+    def database_path(self) -> str:
         out = ctypes.c_void_p()
         _raise_for(n.bvgeo_get_database_path(self._h(), ctypes.byref(out)), "database_path")
         return n.take_text(out)
 
     # ---- positions ----
 
-    def push_location(self, latitude, longitude, time=0.0, accuracy=-1.0, kind=FixKind.AUTOMATIC):
-        """One fix from the host's own location source: degrees, seconds since 1970
-        (0: the library clock's now), horizontal accuracy in metres (negative:
-        unknown). Returns how many trackers took it (0: stopped or filtered). In
-        virtual time the clock moves to `time` first and everything the fix started
-        has run, callbacks included, when this returns."""
+    def push_location(self, latitude: float, longitude: float, accuracy: float = -1.0, time: Optional[Time] = None,
+                      kind: FixKind = FixKind.AUTOMATIC) -> int:
+        """One fix from the host's own location source, in bvgeo_push_location's
+        order: degrees, horizontal accuracy in metres (negative: unknown), the time
+        the fix was taken (seconds since 1970 or an aware datetime; None: the library
+        clock's now), a FixKind. Returns how many trackers took it (0: stopped or
+        filtered). In virtual time the first fix starts the clock unless start_time
+        was given, a fix older than the clock raises ValueError, and everything the
+        fix started has run, callbacks included, when this returns."""
         received = ctypes.c_int()
         _raise_for(n.bvgeo_push_location(self._h(), _number(latitude, "latitude"), _number(longitude, "longitude"),
-                                         _number(accuracy, "accuracy"), _number(time, "time"),
+                                         _number(accuracy, "accuracy"), _seconds(time, "time"),
                                          _integer(int(kind), "kind"), ctypes.byref(received)), "push_location")
+        self._raise_callback_error()
         return received.value
 
     # ---- main queue ----
 
-    def run_main_queue(self):
+    def run_main_queue(self) -> None:
         """MainQueue.HOST: serves the main queue on this thread until stop_main_queue()."""
         _raise_for(n.bvgeo_main_queue_run(self._h()), "run_main_queue")
+        self._raise_callback_error()
 
-    def stop_main_queue(self):
+    def stop_main_queue(self) -> None:
         _raise_for(n.bvgeo_main_queue_stop(self._h()), "stop_main_queue")
 
-    def run_pending(self):
+    def run_pending(self) -> int:
         """MainQueue.HOST: runs what is due now; VIRTUAL_TIME: everything pending.
         Returns how many items ran."""
         ran = ctypes.c_size_t()
         _raise_for(n.bvgeo_main_queue_run_pending(self._h(), ctypes.byref(ran)), "run_pending")
+        self._raise_callback_error()
         return ran.value
 
     # ---- virtual time ----
 
     @property
-    def now(self):
+    def now(self) -> float:
         """Virtual time: the clock, seconds since 1970."""
         out = ctypes.c_double()
         _raise_for(n.bvgeo_virtual_now(self._h(), ctypes.byref(out)), "now")
         return out.value
 
-    def advance_to(self, time):
+    def advance_to(self, time: Time) -> None:
         """Virtual time: fires every timer due up to `time`, then leaves the clock there."""
-        time = _number(time, "time")
+        time = _seconds(time, "time")
         if not math.isfinite(time):
             raise InvalidArgumentError(f"time {time} is not finite", n.ERR_INVALID_ARGUMENT)
         _raise_for(n.bvgeo_virtual_advance_to(self._h(), time), "advance_to")
+        self._raise_callback_error()
 
-    def settle(self):
-        """Virtual time: runs queued work and waits for transfers until none is left."""
-        _raise_for(n.bvgeo_virtual_settle(self._h()), "settle")
+    def settle(self, timeout: float = 30.0) -> None:
+        """Waits until every fix pushed so far is decided, its callbacks have run and
+        its reports are sent or queued (virtual time: runs all of it here, without
+        moving the clock). VirtualTimeError (a TimeoutError) when the library was
+        still busy after `timeout` seconds."""
+        _raise_for(n.bvgeo_settle(self._h(), _number(timeout, "timeout")), "settle")
+        self._raise_callback_error()
 
     @property
-    def next_timer(self):
+    def next_timer(self) -> Optional[float]:
         """Virtual time: the earliest timer's due time, or None."""
         has, due = ctypes.c_int(), ctypes.c_double()
         _raise_for(n.bvgeo_virtual_next_timer(self._h(), ctypes.byref(has), ctypes.byref(due)), "next_timer")
@@ -382,7 +460,8 @@ class Tracker:
 
     # ---- debug console ----
 
-    def start_console(self, port=0, tile_url_template=None, action_timeout_seconds=30.0):
+    def start_console(self, port: int = 0, tile_url_template: Optional[str] = None,
+                      action_timeout_seconds: float = 30.0) -> str:
         """Serves the debug console on 127.0.0.1; returns its URL."""
         c = n.ConsoleOptions()
         n.bvgeo_console_options_init(ctypes.byref(c))
@@ -392,11 +471,11 @@ class Tracker:
         _raise_for(n.bvgeo_console_start(self._h(), ctypes.byref(c)), "start_console")
         return self.console_url
 
-    def stop_console(self):
+    def stop_console(self) -> None:
         _raise_for(n.bvgeo_console_stop(self._h()), "stop_console")
 
     @property
-    def console_url(self):
+    def console_url(self) -> str:
         """"http://127.0.0.1:PORT/", or "" when no console runs."""
         out = ctypes.c_void_p()
         _raise_for(n.bvgeo_console_url(self._h(), ctypes.byref(out)), "console_url")
@@ -411,6 +490,7 @@ class Tracker:
                 self._console(text)
             else:
                 console_log.debug("%s", text)
-        except BaseException:  # noqa: B036 - nothing may unwind into C
+        except BaseException as error:  # noqa: B036 - nothing may unwind into C
             log.exception("bvgeo: the console callback raised")
+            self._keep_callback_error(error)
 

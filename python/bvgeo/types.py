@@ -1,5 +1,5 @@
 """Plain values of the Python API: the library's enumerations, a trigger, the
-tuning and extended options, and a replay's result."""
+tuning and extended options, and the results of closing and of a replay."""
 
 import enum
 from dataclasses import dataclass, field
@@ -51,14 +51,15 @@ class Trigger:
 
 @dataclass
 class Parameters:
-    """The seven options of setParameters; the defaults are setParameters' own."""
-    accuracy: float = ACCURACY_HUNDRED_METERS
-    distance_filter: float = 50.0
+    """The seven options of setParameters. The defaults are the tracker's starting
+    configuration, so Parameters(linger_time=600) changes the linger time only."""
+    accuracy: float = ACCURACY_NEAREST_TEN_METERS
+    distance_filter: float = 30.0
     cache_expiration: int = 3600
     zone_interval: float = 0.2
     linger_time: int = 300
     max_linger_time: int = 7200
-    request_retry_interval: float = 120.0
+    request_retry_interval: float = 30.0
 
 
 @dataclass
@@ -73,6 +74,18 @@ class ExtendedOptions:
 
 
 @dataclass(frozen=True)
+class CloseResult:
+    """What close() left: trigger reports the server had not taken, and how many of
+    them durable delivery keeps in the outbox for the next start (the rest are lost)."""
+    reports_owed: int = 0
+    reports_in_outbox: int = 0
+
+    @property
+    def reports_lost(self) -> int:
+        return self.reports_owed - self.reports_in_outbox
+
+
+@dataclass(frozen=True)
 class Fix:
     latitude: float
     longitude: float
@@ -81,6 +94,7 @@ class Fix:
 
 @dataclass
 class ReplaySummary:
+    """A replay's counts; str() gives the summary `bvgeo replay` prints."""
     fixes_read: int = 0
     fixes_delivered: int = 0  # taken by at least one tracker (the rest were filtered)
     enter: int = 0
@@ -89,6 +103,19 @@ class ReplaySummary:
     reports_still_queued: int = 0
     device_id: str = ""
     database: str = ""
+    fixes_skipped: int = 0     # not usable (no time, out of order, bad position)
+    fixes_accepted: int = 0    # rows added to the location history
+    requests_sent: int = 0     # "Request Completed Successfully: " lines
+    requests_retried: int = 0  # "Request Error: " lines
+    outbox_reports: Optional[int] = None  # with durable delivery: reports still owed in the outbox
+
+    def __str__(self) -> str:
+        outbox = f", {self.outbox_reports} in the outbox" if self.outbox_reports is not None else ""
+        return (f"fixes:    {self.fixes_read} read, {self.fixes_skipped} skipped, {self.fixes_accepted} accepted\n"
+                f"triggers: {self.enter} enter, {self.linger} linger, {self.exit} exit\n"
+                f"requests: {self.requests_sent} sent, {self.requests_retried} retried, "
+                f"{self.reports_still_queued} still queued{outbox}\n"
+                f"database: {self.database}")
 
 
 @dataclass

@@ -1,8 +1,10 @@
 """The Tracker over the C API: the enter/linger/exit story in virtual and real
 time, reset, bad arguments, a callback that raises, and calls in the wrong order."""
 
+import json
 import logging
 import threading
+import urllib.request
 from datetime import datetime, timezone
 from pathlib import Path
 
@@ -28,7 +30,7 @@ def open_host(data_dir, server, main_queue=bvgeo.MainQueue.VIRTUAL_TIME, linger_
 
 def walk(tracker):
     for metres, seconds in WALK:
-        tracker.push_location(FENCE_LAT, east(metres), T0 + seconds, accuracy=5.0)
+        tracker.push_location(FENCE_LAT, east(metres), 5.0, T0 + seconds)
 
 
 def test_virtual_time_gives_enter_linger_exit_with_every_field(data_dir, server):
@@ -61,7 +63,7 @@ def test_own_thread_main_queue_calls_back_on_the_librarys_thread(data_dir, serve
             arrived.notify_all()
 
     def push_and_wait(metres, count, now):
-        tracker.push_location(FENCE_LAT, east(metres), now, kind=bvgeo.FixKind.STANDARD)
+        tracker.push_location(FENCE_LAT, east(metres), time=now, kind=bvgeo.FixKind.STANDARD)
         with arrived:
             assert arrived.wait_for(lambda: len(received) >= count, timeout=30), received
 
@@ -69,9 +71,9 @@ def test_own_thread_main_queue_calls_back_on_the_librarys_thread(data_dir, serve
     with open_host(data_dir, server, bvgeo.MainQueue.OWN_THREAD, linger_time=0) as tracker:
         tracker.on_trigger = on_trigger
         assert tracker.start()
-        push_and_wait(0, 1, 0)
-        push_and_wait(20, 2, 0)
-        push_and_wait(800, 3, 0)
+        push_and_wait(0, 1, None)
+        push_and_wait(20, 2, None)
+        push_and_wait(800, 3, None)
     assert received == ["enter", "linger", "exit"]
     assert threading.get_ident() not in threads
 
@@ -94,11 +96,21 @@ def test_replay_returns_triggers_and_summary(tmp_path, server):
     assert (s.enter, s.linger, s.exit, s.reports_still_queued) == (1, 1, 1, 0)
     assert len(s.device_id) == 36
     assert Path(s.database).is_file()
+    # The summary `bvgeo replay` prints.
+    assert str(s) == (f"fixes:    6 read, 1 skipped, {s.fixes_accepted} accepted\n"
+                      "triggers: 1 enter, 1 linger, 1 exit\n"
+                      "requests: 3 sent, 0 retried, 0 still queued\n"
+                      f"database: {s.database}")
+    assert s.fixes_accepted >= 3
 
     # Fixes given as tuples, and a second replay in the same process.
+    # Fixes given as tuples, a second replay in the same process, and no folder given:
+    # a temporary one, gone afterwards.
     again = bvgeo.replay([(FENCE_LAT, east(m), T0 + s) for m, s in WALK], app_id="py", api_base=server + "api/v1/app/",
-                         assets_base=server, documents_directory=tmp_path / "again")
+                         assets_base=server)
     assert [t.event for t in again.triggers] == ["enter", "linger", "exit"]
+    assert again.summary.database.endswith("(a temporary folder, removed)")
+    assert not Path(again.summary.database.split(" (")[0]).parent.exists()
 
 
 def test_reset_archives_the_database_and_starts_afresh(data_dir, server):
@@ -167,7 +179,14 @@ def test_a_callback_that_raises_is_logged_and_the_library_goes_on(data_dir, serv
         with open_host(data_dir, server, lines=lines) as tracker:
             tracker.on_trigger = explode
             assert tracker.start()
-            walk(tracker)
+            # The host hears of it at its next call, after the library did its part.
+            surfaced = []
+            for metres, seconds in WALK:
+                try:
+                    tracker.push_location(FENCE_LAT, east(metres), 5.0, T0 + seconds)
+                except bvgeo.CallbackError as error:
+                    surfaced.append(str(error.__cause__))
+            assert surfaced == ["host bug on enter", "host bug on linger", "host bug on exit"]
             assert calls == ["enter", "linger", "exit"]
             assert len(tracker.list_triggers()) == 3
             tracker.advance_to(tracker.now + 60)
@@ -179,11 +198,12 @@ def test_a_callback_that_raises_is_logged_and_the_library_goes_on(data_dir, serv
 def test_calls_in_the_wrong_order(data_dir, server):
     lines = []
     with bvgeo.Tracker(data_dir, main_queue=bvgeo.MainQueue.VIRTUAL_TIME, console=lines.append) as tracker:
-        # As the facade: start before configure logs and starts nothing.
-        assert tracker.start() is False
+        # As the facade: start before configure logs and starts nothing; Python raises.
+        with pytest.raises(bvgeo.NotConfiguredError):
+            tracker.start()
         assert any("BVGeoTracker is not configured! Please configure before calling start()" in line
                    for line in lines)
-        assert tracker.push_location(FENCE_LAT, east(0), T0) == 0
+        assert tracker.push_location(FENCE_LAT, east(0), time=T0) == 0
         # One tracker per process.
         with pytest.raises(bvgeo.StateError, match="already open"):
             bvgeo.Tracker(data_dir)
@@ -203,7 +223,7 @@ def test_calls_in_the_wrong_order(data_dir, server):
         tracker.configure("py", environment=bvgeo.Environment.DEVELOPMENT)
         tracker.on_trigger = pump
         assert tracker.start()
-        tracker.push_location(FENCE_LAT, east(0), T0 + 10)
+        tracker.push_location(FENCE_LAT, east(0), time=T0 + 10)
         assert refused and "inside a trigger callback" in refused[0]
     with pytest.raises(bvgeo.StateError):
         tracker.device_id
@@ -227,3 +247,46 @@ def test_tracks_are_read_from_gpx_and_csv_in_time_order(tmp_path):
     nmea.write_text("$GPGLL,5950.000,N,02330.000,E,095559,A*2C\n")
     with pytest.raises(bvgeo.TrackError, match="NMEA"):
         bvgeo.read_track(nmea)
+
+
+def reports_at(server, device):
+    with urllib.request.urlopen(server + "api/v1/app/py/triggers", timeout=30) as answer:
+        listed = json.load(answer)["triggers"]
+    return [(t["event"], t["timestamp"]) for t in listed if t["deviceId"] == device]
+
+
+def test_time_starts_at_the_first_fix_and_never_goes_back_and_close_sends_what_is_owed(data_dir, server):
+    # No start_time: virtual time starts where the first fix is.
+    tracker = bvgeo.Tracker(data_dir, main_queue=bvgeo.MainQueue.VIRTUAL_TIME)
+    tracker.set_environment_urls(bvgeo.Environment.DEVELOPMENT, server + "api/v1/app/", server)
+    tracker.configure("py", environment=bvgeo.Environment.DEVELOPMENT)
+    tracker.set_parameters(distance_filter=bvgeo.DISTANCE_FILTER_NONE)
+    assert tracker.parameters.linger_time == 300 and tracker.parameters.accuracy == 10.0, "the rest kept"
+    assert tracker.start()
+    tracker.push_location(FENCE_LAT, east(-800), 5.0, datetime.fromtimestamp(T0, timezone.utc))
+    assert tracker.now == T0
+    for bad, why in ((datetime(2014, 5, 13, 17, 0), "naive datetime"), (T0 * 1000, "looks like milliseconds"),
+                     (T0 - 1, "before the virtual clock"), (float("nan"), "is not a time")):
+        with pytest.raises(ValueError, match=why):
+            tracker.push_location(FENCE_LAT, east(0), 5.0, bad)
+    assert tracker.now == T0
+    tracker.push_location(FENCE_LAT, east(0), 5.0, T0 + 60)
+    device = tracker.device_id
+    assert tracker.pending_reports == 1, "the enter's report waits for the queue's timer"
+    # Closing sends it at once, without moving the clock, and nothing is owed.
+    assert tracker.close() == bvgeo.CloseResult(0, 0)
+    assert reports_at(server, device) == [("enter", int(T0 + 60))]
+    assert tracker.close() == bvgeo.CloseResult(), "closing twice is harmless"
+
+
+def test_settle_waits_for_the_zone_download_in_real_time(data_dir, server):
+    received = []
+    with open_host(data_dir, server, bvgeo.MainQueue.OWN_THREAD) as tracker:
+        tracker.on_trigger = received.append
+        assert tracker.start()
+        tracker.push_location(FENCE_LAT, east(0), 5.0, kind=bvgeo.FixKind.STANDARD)
+        tracker.settle()
+        assert [t.event for t in received] == ["enter"]
+        assert tracker.pending_reports + len(reports_at(server, tracker.device_id)) == 1
+        device = tracker.device_id
+    assert [event for event, _ in reports_at(server, device)] == ["enter"]

@@ -3,6 +3,7 @@
 
 #include "capi/CApiCall.hpp"
 #include "capi/Utf8.hpp"
+#include "tracker/UrlText.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 
@@ -62,6 +63,10 @@ bvgeo_status bvgeo_set_environment_urls(bvgeo_tracker* tracker, int environment,
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "api_base is not valid UTF-8");
     if (assets_base && !bvgeo::capi::isValidUtf8(assets_base))
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "assets_base is not valid UTF-8");
+    for (auto [name, url] : {std::pair{"api_base", api_base}, std::pair{"assets_base", assets_base}})
+        if (url)
+            if (auto problem = bvgeo::baseUrlProblem(url))
+                return FAIL(BVGEO_ERR_INVALID_ARGUMENT, std::string(name) + " \"" + url + "\" " + *problem);
     auto& facade = BVGeoTracker::sharedInstance();
     const auto env = static_cast<bvgeo::BVEnvironment>(environment);
     bvgeo::EnvironmentURLs urls = facade.environmentURLs(env);
@@ -95,15 +100,18 @@ bvgeo_status bvgeo_get_environment_urls(bvgeo_tracker* tracker, int environment,
 
 void bvgeo_parameters_init(bvgeo_parameters* p) {
     if (!p) return;
+    // The starting configuration, so that a host setting one field changes only
+    // that one (setParameters' own argument defaults differ: 100 m, 50 m, 120 s).
+    const bvgeo::configOptions start;
     *p = bvgeo_parameters{};
     p->version = BVGEO_PARAMETERS_VERSION;
-    p->accuracy = bvgeo::kLocationAccuracyHundredMeters;
-    p->distance_filter = 50.0;
-    p->cache_expiration = 3600;
-    p->zone_interval = 0.2;
-    p->linger_time = 300;
-    p->max_linger_time = 7200;
-    p->request_retry_interval = 120.0;
+    p->accuracy = start.locationAccuracy;
+    p->distance_filter = start.locationDistanceFilt;
+    p->cache_expiration = start.cacheExpiration;
+    p->zone_interval = start.zoneInterval;
+    p->linger_time = start.lingerTime;
+    p->max_linger_time = start.maxLingerTime;
+    p->request_retry_interval = start.requestQueueRetryInterval;
 }
 
 bvgeo_status bvgeo_set_parameters(bvgeo_tracker* tracker, const bvgeo_parameters* p) {

@@ -2,12 +2,14 @@
 // that need no tracker at all.
 
 #include "capi/CApiCall.hpp"
+#include "capi/FixTime.hpp"
 #include "capi/Utf8.hpp"
 #include "capi/WritableDirectory.hpp"
 
 #include "platform/SharedInstance.hpp"
 #include <bvgeo/platform/LinuxPlatform.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
@@ -27,6 +29,7 @@ const char* bvgeo_status_text(int status) {
     case BVGEO_ERR_TIMEOUT: return "timed out";
     case BVGEO_ERR_IO: return "input/output error";
     case BVGEO_ERR_INTERNAL: return "internal error";
+    case BVGEO_ERR_REPORTS_DROPPED: return "closed, with trigger reports lost";
     case BVGEO_ERR_RESET_ARCHIVE_EXISTS: return "reset: the archive already exists";
     case BVGEO_ERR_RESET_NAME_MANDATORY: return "reset: the archive name is empty";
     case BVGEO_ERR_RESET_NAME_INVALID: return "reset: the archive name is not a plain file name";
@@ -57,9 +60,8 @@ bvgeo_status bvgeo_open(const bvgeo_open_options* options, bvgeo_tracker** track
     if (o.main_queue < BVGEO_MAIN_QUEUE_OWN_THREAD || o.main_queue > BVGEO_MAIN_QUEUE_VIRTUAL_TIME)
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "options->main_queue " + std::to_string(o.main_queue) +
                                                     " is not a bvgeo_main_queue_mode (0 to 2)");
-    if (!std::isfinite(o.start_time) || o.start_time < 0)
-        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "options->start_time " + number(o.start_time) +
-                                                    " is not a time (seconds since 1970, or 0 for now)");
+    if (auto problem = timeProblem("options->start_time", o.start_time))
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, *problem);
     if (o.documents_directory && !bvgeo::capi::isValidUtf8(o.documents_directory))
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "options->documents_directory is not valid UTF-8");
 
@@ -74,7 +76,7 @@ bvgeo_status bvgeo_open(const bvgeo_open_options* options, bvgeo_tracker** track
     if (auto problem = prepareWritableDirectory(session.documentsDirectory, "documents directory"))
         return FAIL(BVGEO_ERR_IO, *problem);
     session.mode = static_cast<MainQueueMode>(o.main_queue);
-    session.startTime = o.start_time > 0 ? o.start_time : static_cast<double>(std::time(nullptr));
+    session.startTime = o.start_time; // 0: virtual time starts at the first fix
     session.console = o.console;
     session.consoleUserData = o.console_user_data;
 
@@ -90,15 +92,34 @@ bvgeo_status bvgeo_open(const bvgeo_open_options* options, bvgeo_tracker** track
 }
 
 bvgeo_status bvgeo_close(bvgeo_tracker* tracker) {
+    return bvgeo_close_within(tracker, BVGEO_CLOSE_TIMEOUT_SECONDS, nullptr, nullptr);
+}
+
+bvgeo_status bvgeo_close_within(bvgeo_tracker* tracker, double timeout_seconds, size_t* reports_owed,
+                                size_t* reports_in_outbox) {
     CAPI_BEGIN
+    if (reports_owed) *reports_owed = 0;
+    if (reports_in_outbox) *reports_in_outbox = 0;
     if (!tracker) return succeed();
     NOT_FROM_CALLBACK();
-    std::lock_guard lock(lifecycleMutex);
-    SESSION(tracker);
-    session->shutDown();
-    openTracker.store(nullptr, std::memory_order_release);
-    session->releaseLibraryState();
-    delete tracker;
+    if (!std::isfinite(timeout_seconds) || timeout_seconds < 0)
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT,
+                    "timeout_seconds " + number(timeout_seconds) + " is not a number of seconds >= 0");
+    bvgeo::FlushResult left;
+    {
+        std::lock_guard lock(lifecycleMutex);
+        SESSION(tracker);
+        left = session->shutDown(timeout_seconds);
+        openTracker.store(nullptr, std::memory_order_release);
+        session->releaseLibraryState();
+        delete tracker;
+    }
+    if (reports_owed) *reports_owed = left.reportsOwed;
+    if (reports_in_outbox) *reports_in_outbox = std::min(left.reportsInOutbox, left.reportsOwed);
+    if (left.reportsOwed > left.reportsInOutbox)
+        return FAIL(BVGEO_ERR_REPORTS_DROPPED,
+                    "closed; " + std::to_string(left.reportsOwed - left.reportsInOutbox) +
+                        " trigger report(s) the server had not taken were dropped (durable delivery keeps them)");
     return succeed();
     CAPI_END
 }

@@ -2,6 +2,7 @@
 // mode, and the clock in virtual-time mode.
 
 #include "capi/CApiCall.hpp"
+#include "capi/FixTime.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
 
@@ -21,15 +22,15 @@ bvgeo_status bvgeo_push_location(bvgeo_tracker* tracker, double latitude, double
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "longitude " + number(longitude) + " is outside -180..180");
     if (std::isnan(accuracy) || std::isinf(accuracy))
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "accuracy " + number(accuracy) + " is not a number of metres");
-    if (!std::isfinite(time) || time < 0)
-        return FAIL(BVGEO_ERR_INVALID_ARGUMENT,
-                    "time " + number(time) + " is not a time (seconds since 1970, or 0 for now)");
+    if (auto problem = bvgeo::capi::timeProblem("time", time)) return FAIL(BVGEO_ERR_INVALID_ARGUMENT, *problem);
     if (kind < BVGEO_FIX_AUTOMATIC || kind > BVGEO_FIX_SIGNIFICANT_CHANGE)
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "kind " + std::to_string(kind) + " is not a BVGEO_FIX_* value");
     if (session->mode() == MainQueueMode::VirtualTime) NOT_FROM_CALLBACK();
-    bvgeo::Location fix{latitude, longitude, time > 0 ? time : bvgeo::platform().clock->currentTime()};
+    bvgeo::Location fix{latitude, longitude, time};
     fix.horizontalAccuracy = accuracy < 0 ? -1.0 : accuracy;
-    const auto got = session->push(fix, static_cast<bvgeo::SimulatedDelivery>(kind));
+    std::string refused;
+    const auto got = session->push(fix, static_cast<bvgeo::SimulatedDelivery>(kind), refused);
+    if (!refused.empty()) return FAIL(BVGEO_ERR_INVALID_ARGUMENT, refused);
     if (!got) return FAIL(BVGEO_ERR_TIMEOUT, "virtual time: the library kept busy past its bounds");
     if (received) *received = *got;
     return succeed();

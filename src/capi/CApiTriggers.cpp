@@ -5,6 +5,7 @@
 
 #include <bvgeo/BVGeoTracker.hpp>
 
+#include <cmath>
 #include <cstdlib>
 
 using bvgeo::BVGeoTracker;
@@ -65,6 +66,19 @@ bvgeo_status bvgeo_pending_reports(bvgeo_tracker* tracker, size_t* count) {
     CHECK_NOT_NULL(count);
     auto& queue = bvgeo::RequestQueue::sharedInstance();
     *count = queue.requests().size() + queue.retryRequests().size();
+    return succeed();
+    CAPI_END
+}
+
+bvgeo_status bvgeo_settle(bvgeo_tracker* tracker, double timeout_seconds) {
+    CAPI_BEGIN
+    SESSION(tracker);
+    NOT_FROM_CALLBACK();
+    if (!std::isfinite(timeout_seconds) || timeout_seconds < 0)
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT,
+                    "timeout_seconds " + number(timeout_seconds) + " is not a number of seconds >= 0");
+    if (!session->settleWithin(timeout_seconds))
+        return FAIL(BVGEO_ERR_TIMEOUT, "the library was still busy after " + number(timeout_seconds) + " s");
     return succeed();
     CAPI_END
 }

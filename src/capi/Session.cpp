@@ -1,23 +1,20 @@
 #include "capi/Session.hpp"
 
 #include "platform/SharedInstance.hpp"
+#include "capi/FixTime.hpp"
 #include "request/HTTPClient.hpp"
+#include "tracker/Quiescence.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/platform/Platform.hpp>
 #include <bvgeo/platform/LinuxPlatform.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 
 namespace bvgeo::capi {
 
-namespace {
-// How long closing waits for each kind of work in progress; only a hung server or a
-// callback that never returns takes that long.
-constexpr double kDrainWaitSeconds = 10.0;
-constexpr int kDrainRounds = 3;
-} // namespace
 
 Session::Session(const SessionOptions& options, bvgeo_tracker* handle)
     : mode_(options.mode), locations_(std::make_shared<SimulatedLocationService>()),
@@ -59,9 +56,18 @@ void Session::setTriggerCallback(bvgeo_trigger_callback callback, void* userData
     BVGeoTracker::sharedInstance().setTriggerDelegate(callback ? delegate_ : nullptr);
 }
 
-std::optional<int> Session::push(const Location& fix, SimulatedDelivery delivery) {
+std::optional<int> Session::push(Location fix, SimulatedDelivery delivery, std::string& refused) {
     std::lock_guard lock(pumpMutex_);
-    if (!virtual_) return locations_->push(fix, delivery);
+    if (!virtual_) {
+        if (fix.timestamp == 0) fix.timestamp = platform().clock->currentTime();
+        return locations_->push(fix, delivery);
+    }
+    if (auto problem = virtualFixProblem(fix.timestamp, virtual_->now(), virtual_->started())) {
+        refused = *problem;
+        return std::nullopt;
+    }
+    if (fix.timestamp == 0) fix.timestamp = virtual_->now();
+    virtual_->startAt(fix.timestamp);
     if (!virtual_->advanceTo(fix.timestamp)) return std::nullopt;
     const int received = locations_->push(fix, delivery);
     if (!virtual_->settle()) return std::nullopt;
@@ -104,6 +110,7 @@ double Session::virtualNow() const { return virtual_->now(); }
 
 bool Session::advanceTo(double time) {
     std::lock_guard lock(pumpMutex_);
+    virtual_->startAt(time); // a host that moves the clock first starts it there
     return virtual_->advanceTo(time);
 }
 
@@ -152,16 +159,24 @@ bool Session::flushMainQueue(double timeoutSeconds) {
     return state->second.wait_for(lock, std::chrono::duration<double>(timeoutSeconds), [&] { return *done; });
 }
 
-void Session::drainRealTime() {
-    // A download that completes starts trigger decisions, which post callbacks and
-    // reports to the main queue, whose timers may start more transfers: a few rounds
-    // let what the last fixes started come through.
-    auto& http = HTTPClient::sharedInstance();
-    for (int round = 0; round < kDrainRounds; ++round) {
-        http.waitUntilIdle(kDrainWaitSeconds);
-        threadedQueues_->runPending();
-        if (mode_ == MainQueueMode::OwnThread || hostIsRunning()) flushMainQueue(kDrainWaitSeconds);
-    }
+bool Session::drainQueues(double timeoutSeconds) {
+    if (virtual_) return virtual_->settle();
+    threadedQueues_->runPending(); // the trigger engine's queue, idle
+    if (mode_ == MainQueueMode::OwnThread || hostIsRunning()) return flushMainQueue(timeoutSeconds);
+    // Host mode with nobody serving the main queue: the caller is the host, so what
+    // is due runs here, as bvgeo_main_queue_run_pending would run it.
+    runLoop_->runPending();
+    return true;
+}
+
+bool Session::settleWithin(double timeoutSeconds) {
+    std::unique_lock lock(pumpMutex_, std::defer_lock);
+    if (virtual_) lock.lock(); // one pump at a time
+    return settleLibrary(timeoutSeconds, [this](double left) { return drainQueues(left); });
+}
+
+void Session::stopMainQueueThread(double timeoutSeconds) {
+    if (!runLoop_) return;
     runLoop_->stop();
     if (mainThread_.joinable()) mainThread_.join();
     if (mode_ == MainQueueMode::Host) {
@@ -169,18 +184,23 @@ void Session::drainRealTime() {
         hostDone_.wait(lock, [&] { return !hostRunning_; });
     }
     // The main queue no longer runs, so nothing starts anew; what is under way ends.
-    http.waitUntilIdle(kDrainWaitSeconds);
+    HTTPClient::sharedInstance().waitUntilIdle(timeoutSeconds);
     threadedQueues_->runPending();
 }
 
-void Session::shutDown() {
+FlushResult Session::shutDown(double timeoutSeconds) {
+    const auto start = std::chrono::steady_clock::now();
     BVGeoTracker::sharedInstance().stop();
     stopConsole();
-    if (virtual_) {
-        settle();
-        return;
+    FlushResult result;
+    {
+        std::unique_lock lock(pumpMutex_, std::defer_lock);
+        if (virtual_) lock.lock();
+        result = flushLibrary(timeoutSeconds, [this](double left) { return drainQueues(left); });
     }
-    drainRealTime();
+    const double spent = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    stopMainQueueThread(std::max(0.0, timeoutSeconds - spent));
+    return result;
 }
 
 void Session::releaseLibraryState() {

@@ -12,6 +12,7 @@
 #include "capi/TriggerCallback.hpp"
 #include "capi/VirtualTime.hpp"
 
+#include <bvgeo/BVGeoTracker.hpp>
 #include <bvgeo/bvgeo.h>
 #include <bvgeo/platform/RunLoopMainQueue.hpp>
 #include <bvgeo/platform/virtualtime/ManualDispatchQueues.hpp>
@@ -32,7 +33,7 @@ enum class MainQueueMode : int { OwnThread = 0, Host = 1, VirtualTime = 2 };
 struct SessionOptions {
     std::string documentsDirectory; // non-empty, existing and writable
     MainQueueMode mode = MainQueueMode::OwnThread;
-    double startTime = 0.0; // virtual time: the clock's start
+    double startTime = 0.0; // virtual time: the clock's start; 0: the first fix's time
     bvgeo_console_callback console = nullptr;
     void* consoleUserData = nullptr;
 };
@@ -56,18 +57,24 @@ public:
 
     MainQueueMode mode() const { return mode_; }
 
-    // Stops tracking and the console, lets work in progress finish and stops the
-    // main queue: after it no library work runs and no callback comes.
-    void shutDown();
+    // Waits until every fix pushed so far is decided and its reports are queued
+    // (virtual time: runs it all on the calling thread). False at the deadline.
+    bool settleWithin(double timeoutSeconds);
+    // Stops tracking and the console, lets work in progress finish and the reports
+    // still owed go out, within `timeoutSeconds`, and stops the main queue: after it
+    // no library work runs and no callback comes. Tells what is still owed.
+    FlushResult shutDown(double timeoutSeconds);
     // Lets go of every shared instance of the library (database, HTTP, services)
     // and of the host's console callback. After shutDown only.
     void releaseLibraryState();
 
     void setTriggerCallback(bvgeo_trigger_callback callback, void* userData);
 
-    // One fix from the host's source; in virtual time it first moves the clock and
-    // afterwards runs what the fix started. Empty when virtual time got stuck.
-    std::optional<int> push(const Location& fix, SimulatedDelivery delivery);
+    // One fix from the host's source (timestamp 0: the clock's now); in virtual time
+    // it first moves the clock (the first fix starts it) and afterwards runs what
+    // the fix started. Empty when virtual time got stuck, or with `refused` set when
+    // the fix is older than the virtual clock.
+    std::optional<int> push(Location fix, SimulatedDelivery delivery, std::string& refused);
 
     // Host mode. runMainQueue is false, having done nothing, while another thread
     // serves the queue.
@@ -93,7 +100,11 @@ public:
     std::string consoleUrl() const;
 
 private:
-    void drainRealTime();
+    // The queues of this session drained once: pumped on the calling thread in
+    // virtual time, waited for (or, with nobody serving the host's main queue, run
+    // here) otherwise.
+    bool drainQueues(double timeoutSeconds);
+    void stopMainQueueThread(double timeoutSeconds);
     // Waits until the main queue ran everything posted before the call.
     bool flushMainQueue(double timeoutSeconds);
 

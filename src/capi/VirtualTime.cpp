@@ -2,6 +2,8 @@
 
 #include "request/HTTPClient.hpp"
 
+#include <ctime>
+
 namespace bvgeo::capi {
 
 namespace {
@@ -12,9 +14,18 @@ constexpr int kMaxTimersPerAdvance = 1'000'000;
 } // namespace
 
 VirtualTime::VirtualTime(double startTime)
-    : clock_(std::make_shared<virtualtime::ManualClock>(startTime)),
+    : clock_(std::make_shared<virtualtime::ManualClock>(startTime > 0 ? startTime
+                                                                       : static_cast<double>(std::time(nullptr)))),
       mainQueue_(std::make_shared<virtualtime::ManualMainQueue>(clock_)),
-      queues_(std::make_shared<virtualtime::ManualDispatchQueues>()) {}
+      queues_(std::make_shared<virtualtime::ManualDispatchQueues>()), started_(startTime > 0) {}
+
+bool VirtualTime::startAt(double time) {
+    if (started_) return false;
+    started_ = true;
+    mainQueue_->shiftTimers(time - clock_->currentTime());
+    clock_->set(time);
+    return true;
+}
 
 bool VirtualTime::settle(std::size_t* ran) {
     auto& http = HTTPClient::sharedInstance();

@@ -18,7 +18,14 @@ namespace bvgeo::capi {
 
 class VirtualTime {
 public:
+    // `startTime` 0: time starts where the host first puts it (the first fix's time,
+    // or advanceTo); until then the clock reads the wall clock's now.
     explicit VirtualTime(double startTime);
+
+    // Before time started: sets the clock to `time`, carrying timers armed meanwhile
+    // along, so they keep their delays. False (nothing done) once time runs.
+    bool startAt(double time);
+    bool started() const { return started_; }
 
     const std::shared_ptr<virtualtime::ManualClock>& clock() const { return clock_; }
     const std::shared_ptr<virtualtime::ManualMainQueue>& mainQueue() const { return mainQueue_; }
@@ -39,6 +46,7 @@ private:
     std::shared_ptr<virtualtime::ManualClock> clock_;
     std::shared_ptr<virtualtime::ManualMainQueue> mainQueue_;
     std::shared_ptr<virtualtime::ManualDispatchQueues> queues_;
+    bool started_;
 };
 
 } // namespace bvgeo::capi

@@ -1,5 +1,7 @@
 #include "request/CurlTransport.hpp"
 
+#include <bvgeo/platform/Platform.hpp>
+
 #include "platform/TextTrim.hpp"
 
 #include <curl/curl.h>
@@ -217,9 +219,14 @@ void CurlTransport::run() {
 
 void CurlTransport::startTransfer(std::unique_ptr<Transfer> transfer) {
     Result result;
+    const auto held = unresolved_.find(hostOfHTTPURL(transfer->request.url));
     if (!isValidHTTPURL(transfer->request.url)) {
         result.code = CURLE_URL_MALFORMAT;
         result.errorDescription = "Invalid URL: " + transfer->request.url;
+    } else if (held != unresolved_.end() && isHeldBack(held->second, platform().clock->currentTime())) {
+        result.code = CURLE_COULDNT_RESOLVE_HOST;
+        result.errorDescription = "Could not resolve host: " + held->first + " (not looked up again for " +
+                                  std::to_string(static_cast<long long>(held->second.seconds)) + " s)";
     } else if (!transfer->configure()) {
         result.code = CURLE_FAILED_INIT;
         result.errorDescription = "The request could not be set up";
@@ -243,6 +250,16 @@ void CurlTransport::finishTransfer(void* easy, int code) {
 
     Result result;
     result.code = code;
+    const std::string host = hostOfHTTPURL(transfer->request.url);
+    if (code == CURLE_COULDNT_RESOLVE_HOST) {
+        auto previous = unresolved_.find(host);
+        const auto hold = holdAfterFailure(previous == unresolved_.end() ? std::nullopt
+                                                                         : std::optional<ResolveHold>(previous->second),
+                                           platform().clock->currentTime());
+        unresolved_[host] = hold;
+    } else {
+        unresolved_.erase(host);
+    }
     if (code == CURLE_OK) {
         long status = 0;
         curl_easy_getinfo(transfer->easy, CURLINFO_RESPONSE_CODE, &status);

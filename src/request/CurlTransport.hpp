@@ -6,9 +6,12 @@
 // submit() may be called from any thread, including from inside a completion. The
 // destructor stops and joins the thread; transfers still running are abandoned and
 // their completions are never called, so the owner must not need them any more.
+// A host whose name did not resolve is not looked up again for a while: requests
+// to it fail at once, as a failed lookup would (see ResolveHold).
 #pragma once
 
 #include "request/HTTPResponse.hpp"
+#include "request/ResolveHold.hpp"
 #include "request/URLRequest.hpp"
 
 #include "platform/linux/CurlSetup.hpp"
@@ -68,6 +71,9 @@ private:
 
     // Transport thread only.
     std::unordered_map<void*, std::unique_ptr<Transfer>> active_;
+    // Hosts whose names did not resolve, by host: requests to them fail at once
+    // while the hold lasts (ResolveHold), with libcurl's own result code.
+    std::unordered_map<std::string, ResolveHold> unresolved_;
 
     std::thread thread_;
 };

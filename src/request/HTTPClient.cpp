@@ -219,6 +219,7 @@ void HTTPClient::submit(URLRequest request, CurlTransport::Completion handle, co
     {
         std::lock_guard lock(mutex_);
         sender = transport();
+        ++started_;
         if (sender) ++inFlight_;
     }
     if (!sender) {
@@ -340,6 +341,11 @@ void HTTPClient::setMaxResponseBytes(std::size_t bytes) { maxResponseBytes_.stor
 std::size_t HTTPClient::inFlight() const {
     std::lock_guard lock(mutex_);
     return inFlight_;
+}
+
+std::uint64_t HTTPClient::requestsStarted() const {
+    std::lock_guard lock(mutex_);
+    return started_;
 }
 
 bool HTTPClient::waitUntilIdle(double timeoutSeconds) const {

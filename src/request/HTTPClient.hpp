@@ -18,6 +18,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -76,6 +77,9 @@ public:
 
     // Requests started whose callbacks have not yet returned.
     std::size_t inFlight() const;
+    // Requests started since the client was made; two equal readings tell a caller
+    // that nothing was sent in between.
+    std::uint64_t requestsStarted() const;
     // Blocks until no request is in flight or `timeoutSeconds` of real time passed;
     // true when none is.
     bool waitUntilIdle(double timeoutSeconds) const;
@@ -100,6 +104,7 @@ private:
     mutable std::mutex mutex_; // guards inFlight_ and transport_ creation
     mutable std::condition_variable idle_;
     std::size_t inFlight_ = 0;
+    std::uint64_t started_ = 0;
     std::unique_ptr<CurlTransport> transport_;
 };
 

@@ -10,10 +10,16 @@
 #include "request/RequestQueue.hpp"
 #include "settings/TrackerSettings.hpp"
 #include "tracker/Environments.hpp"
+#include "tracker/Quiescence.hpp"
+#include "tracker/UrlText.hpp"
+#include "trigger/TriggerManager.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <utility>
 
@@ -31,6 +37,7 @@ struct BVGeoTracker::Impl {
     EnvironmentURLs urls[4];
 
     std::atomic<bool> isConfigured{false};
+    bool placeholdersReported = false; // said once per process
 };
 
 namespace {
@@ -43,6 +50,19 @@ bool isUnsafeArchiveName(const std::string& name) {
 
 BVError makeError(int code, std::string description) {
     return BVError{std::string(kBVErrorDomain), code, std::move(description)};
+}
+
+// The built-in base URLs name hosts under ".example", which never resolve: a host
+// that forgot to set its own learns it here once, not from a failure per fix.
+void reportPlaceholderURLs(BVEnvironment environment) {
+    const auto urls = defaultEnvironmentURLs(environment);
+    const std::string text = "No base URLs were set for environment " + std::to_string(rawValue(environment)) +
+                             ": zone files and trigger reports go to the built-in placeholder hosts (" +
+                             urls.apiBase + ", " + urls.assetsBase +
+                             "), which do not resolve. Set them with setEnvironmentURLs before configure.";
+    Logger::log(text, LogCategory::ZONE, "configure(_:triggerMode:environment:)", 108);
+    // In debug mode the logger's echo has put it on the console already.
+    if (!Logger::debugMode()) platform().console->print(text);
 }
 } // namespace
 
@@ -71,16 +91,23 @@ void BVGeoTracker::configure(const std::string& appId, int triggerMode, int envi
         Logger::log(message, LogCategory::GENERAL, kConfigureFunction, 105);
         setIsConfigured(false);
     } else {
+        bool placeholders = false;
         bool debug = *env != BVEnvironment::PRODUCTION;
         auto& settings = TrackerSettings::sharedInstance();
         {
             std::lock_guard lock(impl_->mutex);
             const auto& urls = impl_->urls[rawValue(*env)];
             impl_->environment = *env;
-            settings.setApiUrl(urls.apiBase + appId + "/");
-            settings.setZonesBaseUrl(urls.assetsBase + appId + "/zones/");
+            // The id as given is what is stored and logged; in a URL it is one
+            // path segment, whatever it holds ("a b?c#d", "../../etc").
+            const std::string segment = percentEncodePathSegment(appId);
+            settings.setApiUrl(urls.apiBase + segment + "/");
+            settings.setZonesBaseUrl(urls.assetsBase + segment + "/zones/");
+            placeholders = urls == defaultEnvironmentURLs(*env) && !impl_->placeholdersReported;
+            if (placeholders) impl_->placeholdersReported = true;
         }
         setIsDebug(debug);
+        if (placeholders) reportPlaceholderURLs(*env);
         if (debug) platform().device->setBatteryMonitoringEnabled(true);
         {
             std::lock_guard lock(impl_->mutex);
@@ -180,6 +207,54 @@ void BVGeoTracker::setExtendedOptions(const ExtendedOptions& options) {
 ExtendedOptions BVGeoTracker::extendedOptions() const { return TrackerSettings::sharedInstance().extendedOptions(); }
 
 std::vector<std::shared_ptr<BVTrigger>> BVGeoTracker::listTriggers() { return Trigger::list(); }
+
+namespace {
+
+// Posts `post(done)` and waits until `done` ran or the time is up.
+bool barrier(const std::function<void(std::function<void()>)>& post, double timeoutSeconds) {
+    struct State {
+        std::mutex mutex;
+        std::condition_variable ran;
+        bool done = false;
+    };
+    auto state = std::make_shared<State>();
+    post([state] {
+        std::lock_guard lock(state->mutex);
+        state->done = true;
+        state->ran.notify_all();
+    });
+    std::unique_lock lock(state->mutex);
+    return state->ran.wait_for(lock, std::chrono::duration<double>(timeoutSeconds), [&] { return state->done; });
+}
+
+// The installed queues, waited for in the order work flows: trigger jobs post to
+// the main queue.
+bool drainInstalledQueues(double timeoutSeconds) {
+    const auto start = std::chrono::steady_clock::now();
+    if (!barrier([](std::function<void()> done) { TriggerManager::sharedInstance().whenIdle(std::move(done)); },
+                 timeoutSeconds))
+        return false;
+    const double spent = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return barrier([](std::function<void()> done) { platform().mainQueue->async(std::move(done)); },
+                   std::max(0.0, timeoutSeconds - spent));
+}
+
+} // namespace
+
+bool BVGeoTracker::settle(double timeoutSeconds) {
+    if (platform().mainQueue->isCurrent()) return false;
+    return settleLibrary(timeoutSeconds, drainInstalledQueues);
+}
+
+FlushResult BVGeoTracker::flush(double timeoutSeconds) {
+    if (platform().mainQueue->isCurrent()) {
+        FlushResult unsettled;
+        auto& queue = RequestQueue::sharedInstance();
+        unsettled.reportsOwed = queue.requests().size() + queue.retryRequests().size();
+        return unsettled;
+    }
+    return flushLibrary(timeoutSeconds, drainInstalledQueues);
+}
 
 void BVGeoTracker::setEnvironmentURLs(BVEnvironment environment, EnvironmentURLs urls) {
     std::lock_guard lock(impl_->mutex);

@@ -14,6 +14,7 @@
 #include <bvgeo/platform/Platform.hpp>
 
 #include <algorithm>
+#include <atomic>
 
 namespace bvgeo {
 
@@ -22,11 +23,20 @@ TriggerManager& TriggerManager::sharedInstance() {
     return slot.get([] { return std::unique_ptr<TriggerManager>(new TriggerManager()); });
 }
 
+namespace {
+std::atomic<std::uint64_t> jobsQueuedSoFar{0};
+} // namespace
+
 TriggerManager::TriggerManager()
     : serialQueue_(platform().dispatchQueues->makeSerialQueue(std::string(kQueueLabel))) {}
 
+std::uint64_t TriggerManager::jobsQueued() { return jobsQueuedSoFar.load(); }
+
+void TriggerManager::whenIdle(std::function<void()> done) { serialQueue_->async(std::move(done)); }
+
 void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventType type, Success success) {
     auto& engine = sharedInstance();
+    jobsQueuedSoFar.fetch_add(1);
     // The update that asked keeps its rows uncommitted until the job has decided, so
     // a position and its decisions reach the disk in one commit, not two (triggers
     // still commit at once, and take the update's rows with them).

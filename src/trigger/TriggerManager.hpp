@@ -20,6 +20,7 @@
 #include <bvgeo/BVTrigger.hpp>
 #include <bvgeo/platform/DispatchQueue.hpp>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -40,6 +41,12 @@ public:
 
     // Queues one job; `success` runs on the engine's queue with the stays after it.
     static void processInsideFences(FenceList fences, TriggerLocationEventType type, Success success);
+
+    // Jobs queued since the process started: a host waiting for the library to go
+    // quiet compares two readings to learn whether new decisions were asked for.
+    static std::uint64_t jobsQueued();
+    // Runs `done` on the engine's queue after every job queued before the call.
+    void whenIdle(std::function<void()> done);
 
     // The following run inside a job only.
     ActiveFenceList getActiveFences();

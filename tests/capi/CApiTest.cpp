@@ -4,6 +4,7 @@
 #include "support/LoopbackServer.hpp"
 #include "support/TempDir.hpp"
 
+#include "capi/FixTime.hpp"
 #include "capi/Utf8.hpp"
 
 #include <bvgeo/bvgeo.h>
@@ -418,11 +419,12 @@ TEST_F(CApiTest, OptionsRoundTripThroughTheFacade) {
     bvgeo_parameters back;
     ASSERT_EQ(bvgeo_get_parameters(tracker_, &back), BVGEO_OK);
     EXPECT_EQ(back.accuracy, BVGEO_ACCURACY_BEST);
-    EXPECT_EQ(back.distance_filter, 50.0);
+    // The rest as the tracker started: init gives the starting configuration.
+    EXPECT_EQ(back.distance_filter, 30.0);
     EXPECT_EQ(back.cache_expiration, 60);
     EXPECT_EQ(back.zone_interval, 0.2);
     EXPECT_EQ(back.max_linger_time, 900);
-    EXPECT_EQ(back.request_retry_interval, 120.0);
+    EXPECT_EQ(back.request_retry_interval, 30.0);
 
     char *api = nullptr, *assets = nullptr;
     ASSERT_EQ(bvgeo_set_environment_urls(tracker_, BVGEO_ENVIRONMENT_QA, "http://h/api/v1/app/", nullptr), BVGEO_OK);
@@ -442,6 +444,58 @@ TEST_F(CApiTest, OptionsRoundTripThroughTheFacade) {
     ASSERT_EQ(bvgeo_console_url(tracker_, &url), BVGEO_OK);
     EXPECT_STREQ(url, "");
     bvgeo_free(url);
+}
+
+TEST_F(CApiTest, CloseSendsWhatIsOwedAndTellsWhatIsLost) {
+    open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
+    startHost(300);
+    ASSERT_EQ(push(0, kT0), BVGEO_OK);
+    size_t owed = 99, kept = 99;
+    ASSERT_EQ(bvgeo_pending_reports(tracker_, &owed), BVGEO_OK);
+    ASSERT_EQ(owed, 1u) << "the enter's report waits for the queue's timer";
+    ASSERT_EQ(bvgeo_close_within(tracker_, 30, &owed, &kept), BVGEO_OK) << bvgeo_last_error();
+    tracker_ = nullptr;
+    EXPECT_EQ(owed, 0u);
+    int posts = 0;
+    for (const auto& request : server_->requests()) posts += request.method == "POST";
+    EXPECT_EQ(posts, 1) << "sent at close, once";
+
+    // A trigger API that refuses connections: reports are lost, and close says so,
+    // unless durable delivery keeps them.
+    for (int durable : {0, 1}) {
+        bvgeo::testing::RefusingPort refusing;
+        open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
+        bvgeo_extended_options extended;
+        bvgeo_extended_options_init(&extended);
+        extended.durable_delivery = durable;
+        ASSERT_EQ(bvgeo_set_extended_options(tracker_, &extended), BVGEO_OK);
+        startHost(300);
+        const std::string api = refusing.url("/api/v1/app/"), assets = server_->url("/assets/");
+        ASSERT_EQ(bvgeo_set_environment_urls(tracker_, BVGEO_ENVIRONMENT_DEVELOPMENT, api.c_str(), assets.c_str()),
+                  BVGEO_OK);
+        ASSERT_EQ(bvgeo_configure(tracker_, "capi", BVGEO_TRIGGER_MODE_BOTH, BVGEO_ENVIRONMENT_DEVELOPMENT), BVGEO_OK);
+        ASSERT_EQ(push(800, kT0 + 1000 * (durable + 1)), BVGEO_OK); // the stay of the run before ends
+        ASSERT_EQ(push(0, kT0 + 1000 * (durable + 1) + 60), BVGEO_OK);
+        ASSERT_EQ(bvgeo_settle(tracker_, 30), BVGEO_OK);
+        const auto status = bvgeo_close_within(tracker_, 0, &owed, &kept);
+        tracker_ = nullptr;
+        EXPECT_GE(owed, 1u) << durable;
+        EXPECT_EQ(kept, durable ? owed : 0u);
+        EXPECT_EQ(status, durable ? BVGEO_OK : BVGEO_ERR_REPORTS_DROPPED);
+    }
+}
+
+TEST(CApiFixTime, SecondsSince1970OrNowAndNeverBehindTheVirtualClock) {
+    using bvgeo::capi::timeProblem;
+    using bvgeo::capi::virtualFixProblem;
+    for (double good : {0.0, 1.0, kT0, 99'999'999'999.0}) EXPECT_FALSE(timeProblem("time", good)) << good;
+    EXPECT_THAT(*timeProblem("time", -3), HasSubstr("time -3 is not a time"));
+    EXPECT_THAT(*timeProblem("time", std::nan("")), HasSubstr("is not a time"));
+    EXPECT_THAT(*timeProblem("time", kT0 * 1000), HasSubstr("time 1400000000000 looks like milliseconds"));
+    EXPECT_FALSE(virtualFixProblem(kT0 - 500, kT0, false)) << "the first fix starts the clock";
+    EXPECT_FALSE(virtualFixProblem(kT0, kT0, true));
+    EXPECT_FALSE(virtualFixProblem(0, kT0, true)) << "0 is the clock's now";
+    EXPECT_THAT(*virtualFixProblem(kT0 - 1, kT0, true), HasSubstr("before the virtual clock"));
 }
 
 TEST(CApiUtf8, AcceptsWellFormedTextAndRefusesEveryIllFormedKind) {

@@ -4,6 +4,7 @@
 #include "location/LocationTracker.hpp"
 #include "location/LocationTrackerSignificantChanges.hpp"
 #include "models/FenceFetch.hpp"
+#include "tracker/UrlText.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
 
@@ -160,6 +161,35 @@ TEST_F(BVGeoTrackerTest, ResetRefusesBadNamesAndArchivesOtherwiseWithANewDeviceI
     const auto fresh = t.getDeviceId();
     EXPECT_NE(fresh, id);
     EXPECT_EQ(t.getDeviceId(), fresh);
+}
+
+TEST_F(BVGeoTrackerTest, AppIdIsOnePathSegmentInUrlsAndStoredAsGiven) {
+    auto& t = tracker();
+    t.setEnvironmentURLs(BVEnvironment::QA, {"http://h/api/v1/app/", "http://h/"});
+    for (auto [id, segment] : {std::pair{"app1", "app1"}, {"a b?c#d", "a%20b%3Fc%23d"},
+                               {"../../etc", "..%2F..%2Fetc"}, {"..", "%2E%2E"}, {"Ekenäs", "Eken%C3%A4s"}}) {
+        t.configure(id, 0, BVEnvironments::QA);
+        EXPECT_EQ(t.apiUrl(), "http://h/api/v1/app/" + std::string(segment) + "/") << id;
+        EXPECT_EQ(t.zonesBaseUrl(), "http://h/" + std::string(segment) + "/zones/") << id;
+        EXPECT_EQ(t.getAppId(), id);
+    }
+    EXPECT_EQ(storedLines(LogCategory::GENERAL).back(),
+              "configure(_:triggerMode:environment:) [Line 107]: BV Configure app:Ekenäs; triggerMode: 0; "
+              "environment:2; isConfigured: true");
+    // Placeholder URLs are named once, however often the tracker is configured.
+    t.configure("app1", 0, BVEnvironments::Staging);
+    t.configure("app1", 0, BVEnvironments::Staging);
+    const auto zone = storedLines(LogCategory::ZONE);
+    ASSERT_EQ(zone.size(), 1u);
+    EXPECT_THAT(zone[0], ::testing::HasSubstr("No base URLs were set for environment 1"));
+}
+
+TEST(UrlText, BaseUrlsMustBeHttpWithAHostEndingInASlash) {
+    for (const char* good : {"http://127.0.0.1:8080/", "https://geo.example.org/api/v1/app/"})
+        EXPECT_FALSE(baseUrlProblem(good)) << good;
+    for (const char* bad : {"", "x", "ftp://h/", "http:///", "http://h", "http://h/a b/", "https://h/?q=1/",
+                            "file:///etc/"})
+        EXPECT_TRUE(baseUrlProblem(bad)) << bad;
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // Console: the process's diagnostic output. `log` is the system log line (the
-// logger's debug echo, start-up notes); `print` is the plain standard output that
-// the database's file operations and the HTTP client write to; `warn` is a line the
+// logger's debug echo, start-up notes); `print` is the plain output that the
+// database's file operations and the HTTP client write (decoded answers); `warn` is a line the
 // user must see whatever the echo settings (a storage fault, a damaged file moved
 // aside), by default written like `log`. Thread-safe; each call writes one whole line.
 #pragma once

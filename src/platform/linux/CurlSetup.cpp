@@ -35,6 +35,20 @@ bool isValidHTTPURL(const std::string& url) {
     return valid;
 }
 
+std::string hostOfHTTPURL(const std::string& url) {
+    if (!isValidHTTPURL(url)) return {};
+    CURLU* handle = curl_url();
+    if (!handle) return {};
+    std::string host;
+    char* part = nullptr;
+    if (curl_url_set(handle, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK &&
+        curl_url_get(handle, CURLUPART_HOST, &part, 0) == CURLUE_OK && part)
+        host = part;
+    curl_free(part);
+    curl_url_cleanup(handle);
+    return host;
+}
+
 void setSecureHTTPOptions(void* easy) {
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");

@@ -13,6 +13,8 @@ void ensureCurlReady();
 
 // True for an absolute http or https URL with a host, as libcurl parses it.
 bool isValidHTTPURL(const std::string& url);
+// The host part of a URL isValidHTTPURL accepts (lower-cased by libcurl); "" otherwise.
+std::string hostOfHTTPURL(const std::string& url);
 
 // http and https only, redirects not followed, the peer's certificate and host name
 // verified, and no signals (transfers run on threads of their own). `easy` is a

@@ -4,7 +4,9 @@
 
 namespace bvgeo {
 
-StreamConsole::StreamConsole() : StreamConsole(std::cerr, std::cout) {}
+// Standard output belongs to the host (its JSON, its CSV): the library's prints go
+// to standard error with its log lines.
+StreamConsole::StreamConsole() : StreamConsole(std::cerr, std::cerr) {}
 
 StreamConsole::StreamConsole(std::ostream& logStream, std::ostream& printStream)
     : log_(logStream), print_(printStream) {}

@@ -1,6 +1,7 @@
-// StreamConsole: log lines to one stream (standard error by default), printed lines
-// to another (standard output). One mutex orders all lines, so lines from different
-// threads never interleave. The streams must outlive the console.
+// StreamConsole: log lines to one stream, printed lines to another; by default both
+// go to standard error, so nothing of the library's reaches the host's standard
+// output. One mutex orders all lines, so lines from different threads never
+// interleave. The streams must outlive the console.
 #pragma once
 
 #include <bvgeo/platform/Console.hpp>

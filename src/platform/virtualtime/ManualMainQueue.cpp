@@ -113,6 +113,11 @@ int ManualMainQueue::fireDueTimers() {
     return fired;
 }
 
+void ManualMainQueue::shiftTimers(double seconds) {
+    std::lock_guard lock(mutex_);
+    for (auto& [id, timer] : timers_) timer.due += seconds;
+}
+
 std::optional<double> ManualMainQueue::nextTimerDue() const {
     std::lock_guard lock(mutex_);
     std::optional<double> earliest;

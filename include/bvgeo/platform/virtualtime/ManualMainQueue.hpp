@@ -37,6 +37,10 @@ public:
     // Due time of the earliest scheduled timer.
     std::optional<double> nextTimerDue() const;
 
+    // Moves every scheduled timer by `seconds`: for a clock that is set to where
+    // time really starts after timers were already armed against it.
+    void shiftTimers(double seconds);
+
     std::size_t pendingWork() const;
     std::size_t scheduledTimers() const;
 
