@@ -31,7 +31,9 @@ lintian --fail-on error "${debs[@]}" || fail "lintian reports errors"
 for deb in "${debs[@]}"; do dpkg-deb -x "$deb" "$work/tree"; done
 prefix="$work/tree/usr"
 libdir="$(dirname "$(find "$prefix" -name 'libbvgeo.so.1' | head -1)")"
-readelf -d "$libdir/libbvgeo.so.1" | grep -q 'SONAME.*\[libbvgeo\.so\.1\]'
+# Matched on captured text: with pipefail, grep -q leaving early can kill the writer
+# with SIGPIPE and fail the whole pipeline.
+grep -q 'SONAME.*\[libbvgeo\.so\.1\]' <<<"$(readelf -d "$libdir/libbvgeo.so.1")" || fail "no SONAME libbvgeo.so.1"
 
 # pkg-config: installed and build tree, C flags for a C compiler only.
 for tree in "$libdir/pkgconfig:$prefix/include" "$build_dir:$source_dir/include"; do
@@ -69,7 +71,8 @@ story="$("$source_dir/tests/capi/run-story.sh" "$prefix/bin/bvgeo" "$source_dir"
          env LD_LIBRARY_PATH="$libdir" "$work/story" 2>/dev/null)"
 echo "$story"
 grep -q "^story: ok$" <<<"$story" || fail "story.c"
-LD_LIBRARY_PATH="$libdir" ldd "$work/story" | grep -q "libbvgeo.so.1 => $libdir/libbvgeo.so.1"
+grep -q "libbvgeo.so.1 => $libdir/libbvgeo.so.1" <<<"$(LD_LIBRARY_PATH="$libdir" ldd "$work/story")" \
+  || fail "story.c does not load the unpacked libbvgeo.so.1"
 
 # The README's C example as it stands, pointed at this server.
 awk '/^```c$/ { keep = 1; next } /^```$/ { keep = 0 } keep' "$source_dir/README.md" \
