@@ -24,7 +24,7 @@ def _fixes(track):
 
 def replay(track, *, app_id="demo", environment=Environment.DEVELOPMENT, api_base=None, assets_base=None,
            trigger_mode=TriggerMode.BOTH, documents_directory=None, parameters=None, extended_options=None,
-           drain=600.0, on_trigger=None, keep_console=False):
+           drain=600.0, on_trigger=None, keep_console=False, preload=None):
     """Plays `track` (a GPX or CSV file, or an iterable of Fix or (lat, lon, time))
     and returns a ReplayResult: the triggers the callback got, in order, and a
     summary. api_base and assets_base point `environment` at a server (e.g.
@@ -34,7 +34,9 @@ def replay(track, *, app_id="demo", environment=Environment.DEVELOPMENT, api_bas
     for setParameters. drain: after the last fix, track time runs on until the
     request queue is empty or this many seconds passed. on_trigger: also called
     with each Trigger as it arrives. keep_console: the library's console lines in
-    result.console instead of the "bvgeo.console" logger."""
+    result.console instead of the "bvgeo.console" logger. preload: a directory of
+    zone files to fill the zone cache from before the start (needs
+    extended_options with zone_cache > 0)."""
     fixes, skipped = _fixes(track)
     if documents_directory is None:
         documents_directory = tempfile.mkdtemp(prefix="bvgeo-replay-")
@@ -59,6 +61,8 @@ def replay(track, *, app_id="demo", environment=Environment.DEVELOPMENT, api_bas
             tracker.set_parameters(parameters)
         if extended_options is not None:
             tracker.extended_options = extended_options
+        if preload is not None:
+            tracker.preload_zones(preload)
         tracker.on_trigger = received
         tracker.start()
         tracker.settle()
