@@ -36,14 +36,8 @@ void FenceManager::getFenceList(double latitude, double lng, Success success) {
     const auto extended = TrackerSettings::sharedInstance().extendedOptions();
     const bool withZoneCache = extended.zoneCache > 0;
     answerFenceList(latitude, lng, std::move(success), withZoneCache);
-    if (withZoneCache && extended.prefetchDistance > 0) {
-        bool busy = false;
-        {
-            std::lock_guard lock(mutex_);
-            busy = !downloadsInFlight_.empty();
-        }
-        ZonePrefetcher::sharedInstance().consider(latitude, lng, platform().clock->now(), busy);
-    }
+    if (withZoneCache && extended.prefetchDistance > 0)
+        ZonePrefetcher::sharedInstance().consider(latitude, lng, platform().clock->now());
 }
 
 void FenceManager::answerFenceList(double latitude, double lng, Success success, bool withZoneCache) {

@@ -52,7 +52,7 @@ void ZonePrefetcher::skip(const std::string& reason) {
     log(" skipped: " + reason, __LINE__);
 }
 
-void ZonePrefetcher::consider(double latitude, double longitude, std::int64_t now, bool foregroundBusy) {
+void ZonePrefetcher::consider(double latitude, double longitude, std::int64_t now) {
     auto& settings = TrackerSettings::sharedInstance();
     const auto config = settings.config();
     const double distance = settings.extendedOptions().prefetchDistance;
@@ -84,7 +84,6 @@ void ZonePrefetcher::consider(double latitude, double longitude, std::int64_t no
         std::lock_guard lock(mutex_);
         if (inFlight_) return;
     }
-    if (foregroundBusy) return;
     if (BVReachability::isConnectedToNetworkOfType() == BVReachabilityType::NotConnected) {
         skip("no network");
         return;

@@ -4,7 +4,8 @@
 // settings. One request at a time, conditional on the cached copy; a neighbour
 // whose copy is fresh is left alone, and each neighbour is asked at most once per
 // cacheExpiration whatever the answer (so a server that keeps failing costs one
-// request per neighbour per period). Nothing is asked while the platform reports
+// request per neighbour per period). A download of the device's own zone may be
+// under way beside it: that one is asked for first. Nothing is asked while the platform reports
 // no network or a low battery. What it fetches and why goes to the log under ZONE.
 //
 // consider() runs on the location thread after the position's fence list was
@@ -23,9 +24,8 @@ class ZonePrefetcher {
 public:
     static ZonePrefetcher& sharedInstance();
 
-    // The position of one update, taken at `now`. `foregroundBusy`: a download of
-    // the device's own zone is in flight, which goes first.
-    void consider(double latitude, double longitude, std::int64_t now, bool foregroundBusy);
+    // The position of one update, taken at `now`.
+    void consider(double latitude, double longitude, std::int64_t now);
 
     // Prefetch requests started so far.
     std::uint64_t requestsStarted() const;
