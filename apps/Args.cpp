@@ -45,6 +45,7 @@ Args::Args(const std::vector<std::string>& words, const std::vector<OptionDecl>&
         } else {
             throw UsageError("option --" + name + " needs a value");
         }
+        repeated_[name].push_back(values_[name]);
     }
 }
 
@@ -56,6 +57,11 @@ std::optional<std::string> Args::value(const std::string& name) const {
 
 std::string Args::value(const std::string& name, const std::string& fallback) const {
     return value(name).value_or(fallback);
+}
+
+std::vector<std::string> Args::values(const std::string& name) const {
+    auto found = repeated_.find(name);
+    return found == repeated_.end() ? std::vector<std::string>{} : found->second;
 }
 
 std::optional<double> Args::number(const std::string& name) const {

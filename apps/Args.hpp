@@ -32,6 +32,8 @@ public:
     bool has(const std::string& name) const { return flags_.count(name) || values_.count(name); }
     std::optional<std::string> value(const std::string& name) const;
     std::string value(const std::string& name, const std::string& fallback) const;
+    // Every value an option given more than once took, in order (value() is the last).
+    std::vector<std::string> values(const std::string& name) const;
     // Throw UsageError naming the option when the text is not a number of that kind.
     std::optional<double> number(const std::string& name) const;
     std::optional<std::int64_t> integer(const std::string& name) const;
@@ -39,6 +41,7 @@ public:
 private:
     std::vector<std::string> positionals_;
     std::map<std::string, std::string> values_;
+    std::map<std::string, std::vector<std::string>> repeated_;
     std::set<std::string> flags_;
 };
 

@@ -8,16 +8,22 @@
 #include "datastore/DatabaseConnection.hpp"
 #include "platform/SharedInstance.hpp"
 #include "request/Outbox.hpp"
+#include "fence/FenceManager.hpp"
+#include "request/HTTPClient.hpp"
 #include "request/RequestQueue.hpp"
 #include "track/TrackReader.hpp"
+#include "zone/ZoneCache.hpp"
+#include "zone/ZonePrefetcher.hpp"
 
 #include <bvgeo/BVGeoTracker.hpp>
+#include <bvgeo/platform/Platform.hpp>
 
 #include <nlohmann/json.hpp>
 
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -47,6 +53,17 @@ library as a host application would, in virtual time unless told otherwise.
   --max-log-rows N       keep only the newest N log rows (default: all)
   --max-location-rows N  keep only the newest N location rows (default: all)
   --fence-listing-limit N  name at most N fences in a "Fences from ...: " log line
+  --zone-cache N         keep the zone files of up to N zones in BVGZoneCache/ beside the
+                         database: a fresh copy answers a zone change without a request,
+                         any copy answers when a download fails (default 0: none)
+  --prefetch-distance M  with --zone-cache: fetch the neighbouring cells in the background
+                         while a position is within M metres of its cell's edge or corner
+  --preload DIR          with --zone-cache: fill the cache from DIR as `bvgeo zones build
+                         --out DIR` wrote it, before tracking starts
+  --offline FROM,TO      a dead spot: between these track times (ISO 8601 UTC or seconds
+                         since 1970) the device has no network and every request fails;
+                         repeatable; the summary counts the positions that found no fences
+  --offline-file FILE    dead spots from a file, one FROM,TO per line ('#' comments)
   --realtime             play at the track's own pace
   --speed N              play N times faster than the track
   --drain S              after the last fix, let track time run on until the request
@@ -66,7 +83,7 @@ namespace {
 constexpr std::size_t kFixesPerCommit = 64;
 
 std::vector<OptionDecl> replayOnlyDecls() {
-    return {{"date"}, {"realtime", false}, {"speed"}, {"drain"}};
+    return {{"date"}, {"realtime", false}, {"speed"}, {"drain"}, {"offline"}, {"offline-file"}};
 }
 
 // Prints each trigger as the host receives it, on the main queue.
@@ -153,6 +170,11 @@ void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
             {"requests", {{"sent", s.requestsSent}, {"retried", s.requestsRetried}, {"queued", s.requestsQueued}}},
             {"database", s.database}};
         if (s.outboxReports) summary["requests"]["outbox"] = *s.outboxReports;
+        if (s.zones)
+            summary["zones"] = {{"positionsWithoutFences", s.zones->positionsWithoutFences},
+                                {"prefetchRequests", s.zones->prefetchRequests},
+                                {"cached", s.zones->cached}};
+        if (s.offline) summary["offline"] = {{"deadSpots", s.offline->deadSpots}, {"positions", s.offline->positions}};
         out << summary.dump() << '\n';
     } else {
         out << "\nfixes:    " << s.fixesRead << " read, " << s.fixesSkipped << " skipped, " << s.fixesAccepted
@@ -160,8 +182,14 @@ void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
             << "triggers: " << s.enter << " enter, " << s.linger << " linger, " << s.exit << " exit\n"
             << "requests: " << s.requestsSent << " sent, " << s.requestsRetried << " retried, " << s.requestsQueued
             << " still queued" << (s.outboxReports ? ", " + std::to_string(*s.outboxReports) + " in the outbox" : "")
-            << "\n"
-            << "database: " << s.database << '\n';
+            << "\n";
+        if (s.offline)
+            out << "offline:  " << s.offline->deadSpots << " dead spot" << (s.offline->deadSpots == 1 ? "" : "s")
+                << ", " << s.offline->positions << " positions inside\n";
+        if (s.zones)
+            out << "zones:    " << s.zones->positionsWithoutFences << " positions found no fences, "
+                << s.zones->prefetchRequests << " prefetch requests, " << s.zones->cached << " zones cached\n";
+        out << "database: " << s.database << '\n';
     }
     out.flush();
 }
@@ -173,7 +201,9 @@ std::vector<OptionDecl> hostOptionDecls() {
             {"data-dir"},    {"accuracy"},     {"distance-filter"}, {"cache-expiration"}, {"zone-interval"},
             {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"durable-delivery", false},
             {"json", false}, {"verbose", false}, {"help", false}, {"max-log-rows"}, {"max-location-rows"},
-            {"fence-listing-limit"}};
+            {"fence-listing-limit"},
+            // Fences without a network.
+            {"zone-cache"}, {"prefetch-distance"}, {"preload"}};
 }
 
 void applyHostOptions(const Args& args, ReplayOptions& o) {
@@ -202,6 +232,15 @@ void applyHostOptions(const Args& args, ReplayOptions& o) {
     o.maxLogRows = count("max-log-rows");
     o.maxLocationRows = count("max-location-rows");
     o.fenceListingLimit = count("fence-listing-limit");
+    // Fences without a network.
+    o.zoneCache = count("zone-cache");
+    if (auto distance = args.number("prefetch-distance")) {
+        if (*distance < 0) throw UsageError("--prefetch-distance must not be negative");
+        o.prefetchDistance = *distance;
+    }
+    o.preload = args.value("preload");
+    if ((o.prefetchDistance > 0 || o.preload) && o.zoneCache == 0)
+        throw UsageError(std::string(o.preload ? "--preload" : "--prefetch-distance") + " needs --zone-cache N");
 }
 
 ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {
@@ -223,6 +262,9 @@ ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {
         if (*drain < 0) throw UsageError("--drain must not be negative");
         o.drain = *drain;
     }
+    for (const auto& range : args.values("offline")) o.offline.push_back(parseTimeRange(range, "--offline"));
+    if (auto file = args.value("offline-file"))
+        for (const auto& range : readTimeRanges(*file)) o.offline.push_back(range);
     return o;
 }
 
@@ -250,7 +292,14 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
     summary.fixesRead = track.fixes.size() + summary.fixesSkipped;
 
     VirtualTimeHost host(o.dataDir, track.fixes.front().timestamp, console);
-    host.install();
+    // With a zone cache or dead spots the network is the replay's own: there, except
+    // in a dead spot.
+    std::shared_ptr<const DeadSpots> deadSpots;
+    if (o.zoneCache || !o.offline.empty()) deadSpots = std::make_shared<const DeadSpots>(o.offline);
+    host.install(deadSpots ? DeadSpots::reachability(deadSpots) : nullptr);
+    if (deadSpots && !deadSpots->ranges().empty())
+        HTTPClient::sharedInstance().setNetworkDown(
+            [deadSpots] { return deadSpots->contains(platform().clock->currentTime()); });
     auto delegate = std::make_shared<PrintingDelegate>(out, o.json, summary);
     if (auto problem = startHost(o, delegate)) {
         std::cerr << "bvgeo: " << *problem << '\n';
@@ -309,6 +358,21 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
     summary.requestsQueued = queue.requests().size() + queue.retryRequests().size();
     if (o.durableDelivery) summary.outboxReports = Outbox::sharedInstance().count();
     summary.database = std::filesystem::absolute(BV1Database().path()).lexically_normal().string();
+    if (deadSpots) {
+        summary.zones = ReplaySummary::Zones{
+            static_cast<std::size_t>(FenceManager::sharedInstance().unansweredRequests()),
+            static_cast<std::size_t>(ZonePrefetcher::sharedInstance().requestsStarted()),
+            o.zoneCache ? ZoneCache::sharedInstance().size() : 0};
+    }
+    if (!o.offline.empty()) {
+        ReplaySummary::Offline offline{deadSpots->ranges().size(), 0};
+        for (const auto& range : deadSpots->ranges())
+            offline.positions += static_cast<std::size_t>(
+                countRows("SELECT count(*) FROM locations WHERE id > ? AND timestamp >= ? AND timestamp <= ?",
+                          {locationsBefore, static_cast<std::int64_t>(std::ceil(range.from)),
+                           static_cast<std::int64_t>(std::floor(range.to))}));
+        summary.offline = offline;
+    }
     // The host is done: let go of the library's state, which closes the database and
     // the HTTP connections it keeps open (a server waits for those before it stops).
     resetAllSharedInstances();

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "Args.hpp"
+#include "DeadSpots.hpp"
 
 #include <cstdint>
 #include <iosfwd>
@@ -34,6 +35,12 @@ struct ReplayOptions {
     bool durableDelivery = false;
     bool json = false;
     bool verbose = false;
+
+    // Fences without a network (ExtendedOptions), a preload, and a replay's dead spots.
+    std::size_t zoneCache = 0;
+    double prefetchDistance = 0.0;
+    std::optional<std::string> preload;
+    std::vector<TimeRange> offline;
 };
 
 // Options shared by replay and live tracking (everything but the track itself).
@@ -48,6 +55,19 @@ struct ReplaySummary {
     std::size_t requestsSent = 0, requestsRetried = 0, requestsQueued = 0;
     std::optional<std::size_t> outboxReports; // with durable delivery: reports still owed
     std::string database;
+
+    // With a zone cache or dead spots.
+    struct Zones {
+        std::size_t positionsWithoutFences = 0; // fence requests that got no list
+        std::size_t prefetchRequests = 0;
+        std::size_t cached = 0;                 // zones in the cache at the end
+    };
+    std::optional<Zones> zones;
+    struct Offline {
+        std::size_t deadSpots = 0;  // after merging overlaps
+        std::size_t positions = 0;  // accepted positions inside them
+    };
+    std::optional<Offline> offline;
 };
 
 // 0 when the track was played; 2 for an unusable track; 1 when the run could not

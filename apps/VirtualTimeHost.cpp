@@ -9,7 +9,7 @@ VirtualTimeHost::VirtualTimeHost(std::string documentsDirectory, double startTim
     : documents_(std::move(documentsDirectory)), console_(std::move(console)), time_(startTime),
       locations_(std::make_shared<SimulatedLocationService>()) {}
 
-void VirtualTimeHost::install() {
+void VirtualTimeHost::install(std::shared_ptr<Reachability> reachability) {
     LinuxPlatformOptions options;
     options.documentsDirectory = documents_;
     options.mainQueueOnOwnThread = false;
@@ -20,6 +20,7 @@ void VirtualTimeHost::install() {
     bundle.mainQueue = time_.mainQueue();
     bundle.dispatchQueues = time_.queues();
     bundle.console = console_;
+    if (reachability) bundle.reachability = std::move(reachability);
     installPlatform(bundle);
 }
 

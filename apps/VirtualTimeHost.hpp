@@ -11,6 +11,7 @@
 #include "capi/VirtualTime.hpp"
 
 #include <bvgeo/platform/Console.hpp>
+#include <bvgeo/platform/Reachability.hpp>
 #include <bvgeo/platform/virtualtime/SimulatedLocationService.hpp>
 
 #include <memory>
@@ -22,7 +23,8 @@ class VirtualTimeHost {
 public:
     VirtualTimeHost(std::string documentsDirectory, double startTime, std::shared_ptr<Console> console);
     // Installs the platform. Call once, before the library's first use.
-    void install();
+    // `reachability`, when given, replaces the machine's.
+    void install(std::shared_ptr<Reachability> reachability = nullptr);
 
     double now() const { return time_.now(); }
     // Fires every timer due up to `time`, in order, running what each started; then

@@ -47,6 +47,13 @@ struct BVGEO_API FlushResult {
     std::size_t reportsInOutbox = 0;
 };
 
+// Zone cache: what BVGeoTracker::preloadZones did.
+struct BVGEO_API ZonePreload {
+    std::size_t loaded = 0;  // zone files taken into the zone cache
+    std::size_t skipped = 0; // files passed over, each with a ZONE log line saying why
+    std::string error;       // why the directory could not be used at all; empty otherwise
+};
+
 class BVGEO_API BVGeoTracker {
 public:
     static BVGeoTracker& sharedInstance();
@@ -72,6 +79,15 @@ public:
     // before start(): services read them when they first need them.
     void setExtendedOptions(const ExtendedOptions& options);
     ExtendedOptions extendedOptions() const;
+
+    // Zone cache: fills it from zone files the host ships, laid out as
+    // `bvgeo zones build --out DIR` writes them (DIR, or its <appId>/zones folder),
+    // so that a device starting where there is no network has fences. Needs a
+    // configure() (the app id), a zone cache (ExtendedOptions::zoneCache) and the
+    // zoneInterval the files were built for (setParameters first). Zones already
+    // cached keep their copy; files of another name, grid or app id, or that are
+    // no zone file, are skipped with a log line. Runs on the caller's thread.
+    ZonePreload preloadZones(const std::string& directory);
 
     // Every stored trigger, oldest first.
     std::vector<std::shared_ptr<BVTrigger>> listTriggers();

@@ -29,6 +29,18 @@ struct BVGEO_API ExtendedOptions {
     std::size_t maxLocationRows = 0;
     std::size_t fenceListingLimit = 0;
 
+    // Fences without a network. zoneCache > 0 keeps the zone files of up to that
+    // many zones in "BVGZoneCache/" beside the database, least recently used going
+    // first, each with its Last-Modified and time of storing. A zone change to a
+    // cached zone answers from the copy while it is fresh (as the current zone's
+    // cacheExpiration rule has it) and asks the server conditionally once it is
+    // not; when a download fails (no connection, 5xx, time-out) a copy of any age
+    // answers. prefetchDistance > 0 (metres, with zoneCache) fetches in the
+    // background the neighbouring cells a position that close to its cell's edge
+    // or corner could enter next. 0 keeps the standard behaviour.
+    std::size_t zoneCache = 0;
+    double prefetchDistance = 0.0;
+
     bool operator==(const ExtendedOptions&) const = default;
 };
 

@@ -245,9 +245,12 @@ BVGEO_C_API bvgeo_status bvgeo_set_parameters(bvgeo_tracker *tracker, const bvge
 /* The seven values as they are now (the facade's config). */
 BVGEO_C_API bvgeo_status bvgeo_get_parameters(bvgeo_tracker *tracker, bvgeo_parameters *parameters);
 
-#define BVGEO_EXTENDED_OPTIONS_VERSION 1
+#define BVGEO_EXTENDED_OPTIONS_VERSION 2
 
-/* ExtendedOptions: what goes beyond the configuration. Set before bvgeo_start. */
+/* ExtendedOptions: what goes beyond the configuration. Set before bvgeo_start.
+ * Structs of an earlier version are still taken: set reads only the fields that
+ * version has (the others keep their defaults), and get fills only those when the
+ * struct's version says so (bvgeo_extended_options_init sets the current one). */
 typedef struct bvgeo_extended_options {
     unsigned int version;           /* BVGEO_EXTENDED_OPTIONS_VERSION */
     int durable_delivery;           /* 0 or 1: reports kept in BVGOutbox.sqlite until the server took them */
@@ -256,12 +259,27 @@ typedef struct bvgeo_extended_options {
     uint64_t max_log_rows;          /* 0: no limit */
     uint64_t max_location_rows;     /* 0: no limit */
     uint64_t fence_listing_limit;   /* 0: no limit */
+    /* Version 2. Zone cache: fences without a network. */
+    uint64_t zone_cache;            /* zone files of up to this many zones kept in BVGZoneCache/ beside the
+                                       database, answering when a download fails; 0: none */
+    double prefetch_distance;       /* metres >= 0, with zone_cache: fetch the neighbouring cells while a
+                                       position is this close to its cell's edge or corner; 0: none */
 } bvgeo_extended_options;
 
 /* Fills `options` with the defaults, which keep the library's standard behaviour. */
 BVGEO_C_API void bvgeo_extended_options_init(bvgeo_extended_options *options);
 BVGEO_C_API bvgeo_status bvgeo_set_extended_options(bvgeo_tracker *tracker, const bvgeo_extended_options *options);
 BVGEO_C_API bvgeo_status bvgeo_get_extended_options(bvgeo_tracker *tracker, bvgeo_extended_options *options);
+
+/* Zone cache: BVGeoTracker::preloadZones. Fills the cache from a directory written
+ * by `bvgeo zones build --out DIR` (DIR or DIR/<app id>/zones), after a successful
+ * bvgeo_configure and with zone_cache > 0; files that do not fit (name, grid, app id,
+ * bad JSON, already cached, cache full) are skipped, each with a log line. `loaded`
+ * and `skipped` (either may be NULL) tell how many. BVGEO_ERR_NOT_CONFIGURED before
+ * a configure; BVGEO_ERR_STATE with the zone cache off; BVGEO_ERR_IO when the
+ * directory holds nothing for this app id (bvgeo_last_error() says why). */
+BVGEO_C_API bvgeo_status bvgeo_preload_zones(bvgeo_tracker *tracker, const char *directory, size_t *loaded,
+                                             size_t *skipped);
 
 /* ---- Triggers ------------------------------------------------------------------- */
 

@@ -79,6 +79,9 @@ class ExtendedOptions(ctypes.Structure):
         ("max_log_rows", ctypes.c_uint64),
         ("max_location_rows", ctypes.c_uint64),
         ("fence_listing_limit", ctypes.c_uint64),
+        # Zone cache (version 2).
+        ("zone_cache", ctypes.c_uint64),
+        ("prefetch_distance", ctypes.c_double),
     ]
 
 
@@ -156,6 +159,8 @@ bvgeo_get_parameters = _proto("bvgeo_get_parameters", _S, _P, ctypes.POINTER(Par
 bvgeo_extended_options_init = _proto("bvgeo_extended_options_init", None, ctypes.POINTER(ExtendedOptions))
 bvgeo_set_extended_options = _proto("bvgeo_set_extended_options", _S, _P, ctypes.POINTER(ExtendedOptions))
 bvgeo_get_extended_options = _proto("bvgeo_get_extended_options", _S, _P, ctypes.POINTER(ExtendedOptions))
+bvgeo_preload_zones = _proto("bvgeo_preload_zones", _S, _P, _TEXT, ctypes.POINTER(ctypes.c_size_t),
+                             ctypes.POINTER(ctypes.c_size_t))
 
 bvgeo_set_trigger_callback = _proto("bvgeo_set_trigger_callback", _S, _P, TriggerCallback, ctypes.c_void_p)
 bvgeo_list_triggers = _proto("bvgeo_list_triggers", _S, _P, ctypes.POINTER(ctypes.POINTER(Trigger)),

@@ -64,7 +64,8 @@ def replay(track: Track, *, app_id: str = "demo", environment: Environment = Env
            documents_directory: Optional[Union[str, "os.PathLike[str]"]] = None,
            parameters: Optional[Parameters] = None, extended_options: Optional[ExtendedOptions] = None,
            drain: float = 600.0, on_trigger: Optional[Callable[[Trigger], None]] = None,
-           keep_console: bool = False) -> ReplayResult:
+           keep_console: bool = False,
+           preload: Optional[Union[str, "os.PathLike[str]"]] = None) -> ReplayResult:
     """Plays `track` (a GPX or CSV file, or an iterable of Fix or (lat, lon, time))
     and returns a ReplayResult: the triggers the callback got, in order, and a
     summary. api_base and assets_base point `environment` (PRODUCTION by default,
@@ -74,21 +75,24 @@ def replay(track: Track, *, app_id: str = "demo", environment: Environment = Env
     bvgeo.Parameters for setParameters. drain: after the last fix, track time runs
     on until the request queue is empty or this many seconds passed. on_trigger:
     also called with each Trigger as it arrives. keep_console: the library's console
-    lines in result.console instead of the "bvgeo.console" logger."""
+    lines in result.console instead of the "bvgeo.console" logger. preload: a
+    directory of zone files to fill the zone cache from before the start (needs
+    extended_options with zone_cache > 0)."""
     fixes, skipped = _fixes(track)
     temporary = documents_directory is None
     if temporary:
         documents_directory = tempfile.mkdtemp(prefix="bvgeo-replay-")
     try:
         return _play(fixes, skipped, os.fspath(documents_directory), temporary, app_id, environment, api_base,
-                     assets_base, trigger_mode, parameters, extended_options, drain, on_trigger, keep_console)
+                     assets_base, trigger_mode, parameters, extended_options, drain, on_trigger, keep_console,
+                     preload)
     finally:
         if temporary:
             shutil.rmtree(documents_directory, ignore_errors=True)
 
 
 def _play(fixes, skipped, directory, temporary, app_id, environment, api_base, assets_base, trigger_mode,
-          parameters, extended_options, drain, on_trigger, keep_console):
+          parameters, extended_options, drain, on_trigger, keep_console, preload):
     result = ReplayResult(summary=ReplaySummary(fixes_read=len(fixes) + skipped, fixes_skipped=skipped),
                           console=[] if keep_console else None)
     summary = result.summary
@@ -110,6 +114,8 @@ def _play(fixes, skipped, directory, temporary, app_id, environment, api_base, a
             tracker.set_parameters(parameters)
         if extended_options is not None:
             tracker.extended_options = extended_options
+        if preload is not None:
+            tracker.preload_zones(preload)
         tracker.on_trigger = received
         tracker.start()
         tracker.settle()

@@ -282,7 +282,8 @@ class Tracker:
         n.bvgeo_extended_options_init(ctypes.byref(c))
         _raise_for(n.bvgeo_get_extended_options(self._h(), ctypes.byref(c)), "extended_options")
         return ExtendedOptions(bool(c.durable_delivery), c.outbox_max_reports, c.outbox_max_age_seconds,
-                               c.max_log_rows, c.max_location_rows, c.fence_listing_limit)
+                               c.max_log_rows, c.max_location_rows, c.fence_listing_limit,
+                               zone_cache=c.zone_cache, prefetch_distance=c.prefetch_distance)
 
     @extended_options.setter
     def extended_options(self, options: ExtendedOptions) -> None:
@@ -296,7 +297,20 @@ class Tracker:
         c.max_log_rows = _integer(options.max_log_rows, "max_log_rows", _UINT64)
         c.max_location_rows = _integer(options.max_location_rows, "max_location_rows", _UINT64)
         c.fence_listing_limit = _integer(options.fence_listing_limit, "fence_listing_limit", _UINT64)
+        c.zone_cache = _integer(options.zone_cache, "zone_cache", _UINT64)
+        c.prefetch_distance = _number(options.prefetch_distance, "prefetch_distance")
         _raise_for(n.bvgeo_set_extended_options(self._h(), ctypes.byref(c)), "extended_options")
+
+    def preload_zones(self, directory):
+        """BVGeoTracker.preloadZones: fills the zone cache from a directory written by
+        `bvgeo zones build --out DIR` (DIR or DIR/<app id>/zones), after configure()
+        and with extended_options.zone_cache > 0. Returns (loaded, skipped); each
+        skipped file has a ZONE log line. Raises StateError before configure or with
+        the cache off, BVGeoError when the directory holds nothing for this app id."""
+        loaded, skipped = ctypes.c_size_t(), ctypes.c_size_t()
+        _raise_for(n.bvgeo_preload_zones(self._h(), _text(str(directory), "directory"), ctypes.byref(loaded),
+                                         ctypes.byref(skipped)), "preload_zones")
+        return loaded.value, skipped.value
 
     # ---- triggers ----
 

@@ -71,6 +71,11 @@ class ExtendedOptions:
     max_log_rows: int = 0
     max_location_rows: int = 0
     fence_listing_limit: int = 0
+    # Zone cache: zone files of up to this many zones kept on the device, answering
+    # when a download fails; with prefetch_distance (metres) the neighbouring cells
+    # are fetched while a position is that close to its cell's edge or corner.
+    zone_cache: int = 0
+    prefetch_distance: float = 0.0
 
 
 @dataclass(frozen=True)

@@ -290,3 +290,26 @@ def test_settle_waits_for_the_zone_download_in_real_time(data_dir, server):
         assert tracker.pending_reports + len(reports_at(server, tracker.device_id)) == 1
         device = tracker.device_id
     assert [event for event, _ in reports_at(server, device)] == ["enter"]
+
+
+def test_a_preloaded_zone_cache_answers_while_the_zone_server_cannot_be_reached(tmp_path, server):
+    zones = tmp_path / "shipped" / "py" / "zones"
+    zones.mkdir(parents=True)
+    (zones / "zone_51500_100.json").write_text(
+        '{"fences":[{"_id":"py-1","name":"Harbour Square","location":{"type":"Point","coordinates":[0.1,51.5]},'
+        '"radius":200}]}')
+    options = bvgeo.ExtendedOptions(zone_cache=8, prefetch_distance=500.0)
+    # Nothing listens on port 9 of the loopback: every zone request fails.
+    result = bvgeo.replay([(FENCE_LAT, east(m), T0 + s) for m, s in WALK], app_id="py",
+                          api_base=server + "api/v1/app/", assets_base="http://127.0.0.1:9/",
+                          documents_directory=tmp_path / "data", extended_options=options,
+                          preload=tmp_path / "shipped")
+    assert [t.event for t in result.triggers] == ["enter", "linger", "exit"]
+
+    with bvgeo.Tracker(tmp_path / "other") as tracker:
+        with pytest.raises(bvgeo.StateError):
+            tracker.preload_zones(tmp_path / "shipped")
+        tracker.configure("py")
+        tracker.extended_options = options
+        assert (tracker.extended_options.zone_cache, tracker.extended_options.prefetch_distance) == (8, 500.0)
+        assert tracker.preload_zones(tmp_path / "shipped") == (1, 0)

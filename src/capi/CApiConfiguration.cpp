@@ -8,8 +8,10 @@
 #include <bvgeo/BVGeoTracker.hpp>
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -29,8 +31,14 @@ bvgeo_extended_options cExtendedOptions(const bvgeo::ExtendedOptions& extended) 
     options.max_log_rows = extended.maxLogRows;
     options.max_location_rows = extended.maxLocationRows;
     options.fence_listing_limit = extended.fenceListingLimit;
+    // Zone cache (version 2).
+    options.zone_cache = extended.zoneCache;
+    options.prefetch_distance = extended.prefetchDistance;
     return options;
 }
+
+// A version-1 struct ends where the first field of version 2 begins.
+constexpr std::size_t kVersion1Size = offsetof(bvgeo_extended_options, zone_cache);
 
 } // namespace
 
@@ -167,7 +175,8 @@ bvgeo_status bvgeo_set_extended_options(bvgeo_tracker* tracker, const bvgeo_exte
     CAPI_BEGIN
     SESSION(tracker);
     CHECK_NOT_NULL(options);
-    CHECK_VERSION("options", options->version, BVGEO_EXTENDED_OPTIONS_VERSION, bvgeo_extended_options_init);
+    if (options->version != 1)
+        CHECK_VERSION("options", options->version, BVGEO_EXTENDED_OPTIONS_VERSION, bvgeo_extended_options_init);
     if (options->durable_delivery != 0 && options->durable_delivery != 1)
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT,
                     "options->durable_delivery " + std::to_string(options->durable_delivery) + " is not 0 or 1");
@@ -189,7 +198,34 @@ bvgeo_status bvgeo_set_extended_options(bvgeo_tracker* tracker, const bvgeo_exte
     extended.maxLogRows = static_cast<std::size_t>(options->max_log_rows);
     extended.maxLocationRows = static_cast<std::size_t>(options->max_location_rows);
     extended.fenceListingLimit = static_cast<std::size_t>(options->fence_listing_limit);
+    // Zone cache (version 2).
+    if (options->version >= 2) {
+        if (options->zone_cache > kMaxSize)
+            return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "options->zone_cache is too large for this platform");
+        if (!std::isfinite(options->prefetch_distance) || options->prefetch_distance < 0)
+            return FAIL(BVGEO_ERR_INVALID_ARGUMENT, outOfRange("options", "prefetch_distance",
+                                                               number(options->prefetch_distance), "metres >= 0"));
+        extended.zoneCache = static_cast<std::size_t>(options->zone_cache);
+        extended.prefetchDistance = options->prefetch_distance;
+    }
     BVGeoTracker::sharedInstance().setExtendedOptions(extended);
+    return succeed();
+    CAPI_END
+}
+
+bvgeo_status bvgeo_preload_zones(bvgeo_tracker* tracker, const char* directory, size_t* loaded, size_t* skipped) {
+    CAPI_BEGIN
+    SESSION(tracker);
+    CHECK_TEXT(directory);
+    auto& facade = BVGeoTracker::sharedInstance();
+    if (!facade.isConfigured())
+        return failLogged(__func__, BVGEO_ERR_NOT_CONFIGURED, "preload needs a configured tracker (the app id)");
+    if (facade.extendedOptions().zoneCache == 0)
+        return failLogged(__func__, BVGEO_ERR_STATE, "preload needs the zone cache (zone_cache > 0)");
+    const auto result = facade.preloadZones(directory);
+    if (loaded) *loaded = result.loaded;
+    if (skipped) *skipped = result.skipped;
+    if (!result.error.empty()) return FAIL(BVGEO_ERR_IO, result.error);
     return succeed();
     CAPI_END
 }
@@ -198,7 +234,14 @@ bvgeo_status bvgeo_get_extended_options(bvgeo_tracker* tracker, bvgeo_extended_o
     CAPI_BEGIN
     SESSION(tracker);
     CHECK_NOT_NULL(options);
-    *options = cExtendedOptions(BVGeoTracker::sharedInstance().extendedOptions());
+    const auto current = cExtendedOptions(BVGeoTracker::sharedInstance().extendedOptions());
+    if (options->version == BVGEO_EXTENDED_OPTIONS_VERSION) {
+        *options = current;
+    } else {
+        // A caller built against version 1 has room for its fields only.
+        std::memcpy(static_cast<void*>(options), &current, kVersion1Size);
+        options->version = 1;
+    }
     return succeed();
     CAPI_END
 }

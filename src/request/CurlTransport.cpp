@@ -220,7 +220,10 @@ void CurlTransport::run() {
 void CurlTransport::startTransfer(std::unique_ptr<Transfer> transfer) {
     Result result;
     const auto held = unresolved_.find(hostOfHTTPURL(transfer->request.url));
-    if (!isValidHTTPURL(transfer->request.url)) {
+    if (transfer->options.noNetwork) {
+        result.code = CURLE_COULDNT_CONNECT;
+        result.errorDescription = "Couldn't connect to server (no network)";
+    } else if (!isValidHTTPURL(transfer->request.url)) {
         result.code = CURLE_URL_MALFORMAT;
         result.errorDescription = "Invalid URL: " + transfer->request.url;
     } else if (held != unresolved_.end() && isHeldBack(held->second, platform().clock->currentTime())) {

@@ -32,6 +32,7 @@ public:
     struct Options {
         double timeoutSeconds = 30.0;
         std::size_t maxBodyBytes = 64u * 1024u * 1024u;
+        bool noNetwork = false; // fail at once, as without a network
     };
 
     // What a transfer ended with. `code` is libcurl's result: 0 when an HTTP answer

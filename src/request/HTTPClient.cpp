@@ -120,10 +120,12 @@ private:
 
 // The failure checks both completions make, in this order: the transfer failed, the
 // body does not decode (too deep, or what `decode` reports or throws), the body is
-// not an object. The body is let go once decoded, before any callback runs. True
-// when the caller goes on to its success; otherwise `failure` has been told why.
+// not an object. The body is let go once decoded, before any callback runs (or
+// moved to `keep`, when given). True when the caller goes on to its success;
+// otherwise `failure` has been told why.
 bool answerUsable(Console& console, CurlTransport::Result& result, const HTTPClient::Failure& failure,
-                  const std::function<std::optional<HTTPError>()>& decode, const std::function<bool()>& isObject) {
+                  const std::function<std::optional<HTTPError>()>& decode, const std::function<bool()>& isObject,
+                  std::string* keep = nullptr) {
     if (result.code != 0) {
         HTTPError error{std::string(kHTTPTransportErrorDomain), result.code, result.errorDescription};
         console.log("ERROR: " + error.description);
@@ -141,6 +143,7 @@ bool answerUsable(Console& console, CurlTransport::Result& result, const HTTPCli
             error = decodingError(-1, e.what());
         }
     }
+    if (keep) keep->swap(result.body);
     std::string().swap(result.body);
     if (error) {
         console.log("Error serializing data: " + error->description);
@@ -231,6 +234,12 @@ void HTTPClient::submit(URLRequest request, CurlTransport::Completion handle, co
     }
     try {
         CurlTransport::Options options{timeout_.load(), maxResponseBytes_.load()};
+        std::shared_ptr<const std::function<bool()>> down;
+        {
+            std::lock_guard lock(mutex_);
+            down = networkDown_;
+        }
+        options.noNetwork = down && (*down)();
         sender->submit(std::move(request), options, [this, handle = std::move(handle)](CurlTransport::Result& result) {
             handle(result);
             finishOne();
@@ -274,6 +283,29 @@ void HTTPClient::getStreamed(const std::string& url, const std::optional<nlohman
         failure);
 }
 
+void HTTPClient::getStreamedKeepingBody(const std::string& url, const std::optional<nlohmann::json>& headers,
+                                        std::shared_ptr<JsonReader> reader, StreamBodySuccess success,
+                                        Failure failure) {
+    submit(
+        request(url, HTTPMethod::GET, std::nullopt, headers),
+        [this, reader = std::move(reader), success, failure](CurlTransport::Result& result) {
+            std::string body;
+            completeStreamed(
+                result, reader.get(),
+                [&body, &success](const HTTPResponse& response) {
+                    if (success) success(response, std::move(body));
+                },
+                failure, &body);
+        },
+        failure);
+}
+
+void HTTPClient::setNetworkDown(std::function<bool()> down) {
+    auto shared = down ? std::make_shared<const std::function<bool()>>(std::move(down)) : nullptr;
+    std::lock_guard lock(mutex_);
+    networkDown_ = std::move(shared);
+}
+
 nlohmann::json HTTPClient::parseResponse(const nlohmann::json& data) {
     try {
         auto fresh = nlohmann::json::parse(data.dump());
@@ -307,7 +339,7 @@ void HTTPClient::complete(CurlTransport::Result& result, const Success& success,
 }
 
 void HTTPClient::completeStreamed(CurlTransport::Result& result, JsonReader* reader, const StreamSuccess& success,
-                                  const Failure& failure) {
+                                  const Failure& failure, std::string* keptBody) {
     auto& console = *platform().console;
     try {
         const bool printing = console.wantsPrints();
@@ -316,7 +348,7 @@ void HTTPClient::completeStreamed(CurlTransport::Result& result, JsonReader* rea
             nlohmann::json::sax_parse(result.body, &events);
             return events.error();
         };
-        if (!answerUsable(console, result, failure, decode, [&] { return events.isObject(); })) return;
+        if (!answerUsable(console, result, failure, decode, [&] { return events.isObject(); }, keptBody)) return;
 
         if (printing) console.print(events.takeText());
         if (success) success(result.response);

@@ -64,6 +64,18 @@ public:
     void getStreamed(const std::string& url, const std::optional<nlohmann::json>& headers,
                      std::shared_ptr<JsonReader> reader, StreamSuccess success, Failure failure);
 
+    // getStreamed() for a caller that keeps the body too (a cache of zone files):
+    // `success` gets it as it came, and it is not let go before.
+    using StreamBodySuccess = std::function<void(const HTTPResponse& response, std::string body)>;
+    void getStreamedKeepingBody(const std::string& url, const std::optional<nlohmann::json>& headers,
+                                std::shared_ptr<JsonReader> reader, StreamBodySuccess success, Failure failure);
+
+    // While `down` answers true, each request started fails at once, on the
+    // transport thread, as a request on a device without a network does: a
+    // transport error ("Couldn't connect to server"). Replays of dead spots set it;
+    // an empty function (the default) lets every request go out.
+    void setNetworkDown(std::function<bool()> down);
+
     // A fresh copy of `data` made by encoding and decoding it; an empty object when
     // that fails.
     static nlohmann::json parseResponse(const nlohmann::json& data);
@@ -95,7 +107,7 @@ private:
     void submit(URLRequest request, CurlTransport::Completion handle, const Failure& failure);
     void complete(CurlTransport::Result& result, const Success& success, const Failure& failure);
     void completeStreamed(CurlTransport::Result& result, JsonReader* reader, const StreamSuccess& success,
-                          const Failure& failure);
+                          const Failure& failure, std::string* keptBody = nullptr);
     void finishOne();
 
     std::atomic<double> timeout_{kDefaultRequestTimeout};
@@ -106,6 +118,7 @@ private:
     std::size_t inFlight_ = 0;
     std::uint64_t started_ = 0;
     std::unique_ptr<CurlTransport> transport_;
+    std::shared_ptr<const std::function<bool()>> networkDown_; // guarded by mutex_
 };
 
 } // namespace bvgeo

@@ -13,6 +13,7 @@
 #include "tracker/Quiescence.hpp"
 #include "tracker/UrlText.hpp"
 #include "trigger/TriggerManager.hpp"
+#include "zone/ZoneCache.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
 
@@ -205,6 +206,20 @@ void BVGeoTracker::setExtendedOptions(const ExtendedOptions& options) {
 }
 
 ExtendedOptions BVGeoTracker::extendedOptions() const { return TrackerSettings::sharedInstance().extendedOptions(); }
+
+ZonePreload BVGeoTracker::preloadZones(const std::string& directory) {
+    ZonePreload result;
+    if (!isConfigured()) {
+        result.error = "BVGeoTracker is not configured: the app id names the zone files";
+    } else {
+        auto preloaded = ZoneCache::sharedInstance().preload(directory, appId(), config().zoneInterval);
+        result = {preloaded.loaded, preloaded.skipped, std::move(preloaded.error)};
+    }
+    if (!result.error.empty())
+        Logger::log("Zone cache: no preload from " + directory + ": " + result.error, LogCategory::ZONE,
+                    "preloadZones(_:)", __LINE__);
+    return result;
+}
 
 std::vector<std::shared_ptr<BVTrigger>> BVGeoTracker::listTriggers() { return Trigger::list(); }
 

@@ -49,4 +49,28 @@ void ZoneManager::getFencesForZone(const std::string& zoneFileName, Success succ
 
 FenceList ZoneManager::getListFromCache() { return Fence::getFences(true); }
 
+void ZoneManager::requestZoneFile(const std::string& url, const std::string& ifModifiedSince,
+                                  std::function<void(ZoneFileAnswer& answer)> done) {
+    nlohmann::json headers = nlohmann::json::object();
+    if (!ifModifiedSince.empty()) headers["If-Modified-Since"] = ifModifiedSince;
+    auto reader = std::make_shared<ZoneFileReader>();
+    HTTPClient::sharedInstance().getStreamedKeepingBody(
+        url, headers, reader,
+        [done, reader](const HTTPResponse& response, std::string body) {
+            ZoneFileAnswer answer;
+            answer.downloaded = true;
+            answer.status = response.statusCode;
+            answer.lastModified = response.value("Last-Modified").value_or("");
+            answer.fences = reader->takeFences();
+            answer.body = std::move(body);
+            done(answer);
+        },
+        [done](const HTTPResponse& response, const HTTPError& error) {
+            ZoneFileAnswer answer;
+            answer.status = response.statusCode;
+            answer.error = error;
+            done(answer);
+        });
+}
+
 } // namespace bvgeo

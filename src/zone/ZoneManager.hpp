@@ -23,6 +23,23 @@ public:
 
     // The current-zone rows of the fence table.
     static FenceList getListFromCache();
+
+    // One zone file request for the zone cache, touching neither the settings nor
+    // the log: a GET of the zone's URL, conditional when `ifModifiedSince` is not
+    // empty. `done` gets what came back, on the HTTP transport thread.
+    struct ZoneFileAnswer {
+        // Downloaded: an answer with a JSON object body (of any status), read into
+        // `fences`, its body kept as it came. Otherwise no such body: `status` says
+        // what came instead (0 when no HTTP answer arrived), `error` why it failed.
+        bool downloaded = false;
+        long status = 0;
+        std::string lastModified;
+        FenceList fences;
+        std::string body;
+        HTTPError error;
+    };
+    static void requestZoneFile(const std::string& url, const std::string& ifModifiedSince,
+                                std::function<void(ZoneFileAnswer& answer)> done);
 };
 
 } // namespace bvgeo

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <limits>
 #include <mutex>
@@ -496,6 +497,60 @@ TEST(CApiFixTime, SecondsSince1970OrNowAndNeverBehindTheVirtualClock) {
     EXPECT_FALSE(virtualFixProblem(kT0, kT0, true));
     EXPECT_FALSE(virtualFixProblem(0, kT0, true)) << "0 is the clock's now";
     EXPECT_THAT(*virtualFixProblem(kT0 - 1, kT0, true), HasSubstr("before the virtual clock"));
+}
+
+// Zone cache: version-1 option structs still work, and a preloaded zone answers
+// while the zone server fails.
+TEST_F(CApiTest, ZoneCacheOptionsKeepVersionOneStructsWholeAndPreloadedZonesAnswer) {
+    open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
+    bvgeo_extended_options options;
+    bvgeo_extended_options_init(&options);
+    EXPECT_EQ(options.version, 2u);
+    EXPECT_EQ(options.zone_cache, 0u);
+    options.version = 1;
+    options.zone_cache = 99; // past the end of a version-1 struct: never read
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &options), BVGEO_OK);
+    std::memset(&options, 0xAB, sizeof options);
+    options.version = 1;
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &options), BVGEO_OK);
+    EXPECT_EQ(options.version, 1u);
+    EXPECT_EQ(options.durable_delivery, 0);
+    EXPECT_EQ(options.zone_cache, 0xABABABABABABABABu) << "nothing written past a version-1 struct";
+
+    bvgeo_extended_options_init(&options);
+    options.zone_cache = 4;
+    options.prefetch_distance = -1;
+    expectRefused(bvgeo_set_extended_options(tracker_, &options), BVGEO_ERR_INVALID_ARGUMENT, "prefetch_distance -1");
+    options.prefetch_distance = 250;
+    size_t loaded = 0, skipped = 0;
+    const auto zones = dir_.path() / "shipped" / "capi" / "zones";
+    std::filesystem::create_directories(zones);
+    dir_.write("shipped/capi/zones/zone_51500_100.json", kZoneFile);
+    const std::string shipped = (dir_.path() / "shipped").string();
+    EXPECT_EQ(bvgeo_preload_zones(tracker_, shipped.c_str(), &loaded, &skipped), BVGEO_ERR_NOT_CONFIGURED);
+
+    server_ = std::make_unique<bvgeo::testing::LoopbackServer>(
+        [](const httplib::Request& request, httplib::Response& response) {
+            if (request.path.rfind("/assets/", 0) == 0) response.status = 500; // and no JSON body
+            else response.set_content("{}", "application/json");
+        });
+    startHost(300);
+    EXPECT_EQ(bvgeo_preload_zones(tracker_, shipped.c_str(), &loaded, &skipped), BVGEO_ERR_STATE);
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &options), BVGEO_OK);
+    bvgeo_extended_options got;
+    bvgeo_extended_options_init(&got);
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
+    EXPECT_EQ(got.zone_cache, 4u);
+    EXPECT_EQ(got.prefetch_distance, 250.0);
+    expectRefused(bvgeo_preload_zones(tracker_, dir_.path().string().c_str(), &loaded, &skipped), BVGEO_ERR_IO,
+                  "no zone files of app id 'capi'");
+    ASSERT_EQ(bvgeo_preload_zones(tracker_, shipped.c_str(), &loaded, &skipped), BVGEO_OK) << bvgeo_last_error();
+    EXPECT_EQ(loaded, 1u);
+    EXPECT_EQ(skipped, 0u);
+
+    ASSERT_EQ(push(0, kT0 + 1), BVGEO_OK);
+    std::lock_guard lock(log_.mutex);
+    EXPECT_THAT(log_.triggers, ::testing::ElementsAre("enter quay-1 Quay regular"));
 }
 
 TEST(CApiUtf8, AcceptsWellFormedTextAndRefusesEveryIllFormedKind) {
