@@ -251,16 +251,16 @@ void FenceManager::zoneChangedWithCache(const std::string& name, std::int64_t no
         switch (cachedCopyAge(now, copy->stamp.storedAt, cacheExpiration, copy->stamp.preloaded)) {
         case CopyAge::Fresh:
             logZoneCache(described + " is fresh; answered without a request", __LINE__);
-            adoptCachedCopy(name, *copy, now, "Zone cache", false, std::move(success));
+            adoptCachedCopy(name, *copy, now, "Zone cache", std::move(success));
             return;
         case CopyAge::Expired:
-            logZoneCache(described + " has expired; asking whether it changed", __LINE__);
+            logZoneCache(described + " has expired; downloading the zone file again", __LINE__);
             break;
         case CopyAge::FromTheFuture:
-            logZoneCache(described + " (the clock went back); asking whether it changed", __LINE__);
+            logZoneCache(described + " (the clock went back); downloading the zone file again", __LINE__);
             break;
         case CopyAge::Preloaded:
-            logZoneCache(described + " is of unknown age; asking whether it changed", __LINE__);
+            logZoneCache(described + " is of unknown age; downloading the zone file again", __LINE__);
             break;
         }
     }
@@ -271,8 +271,11 @@ void FenceManager::downloadWithCache(const std::string& name, const char* word, 
                                      std::uint64_t seen, Success success, std::optional<ZoneCache::Copy> copy) {
     if (!registerDownload(name, seen, success)) return;
     const std::string source = word;
-    // A new zone is asked for conditionally only about a copy the cache holds.
-    if (source == "new") FenceFetch::setZoneLastModified(copy ? copy->stamp.lastModified : "");
+    // A new zone is asked for unconditionally, cached copy or not, as without the
+    // cache: a 304 renews no cache time, so a conditional request about an expired
+    // copy would be repeated at every position until a body came back. The copy
+    // still answers if the download fails.
+    if (source == "new") FenceFetch::setZoneLastModified("");
     const std::string url = TrackerSettings::sharedInstance().zonesBaseUrl() + name;
     Logger::log("Requested Zone = " + url, LogCategory::ZONE, "getFencesForZone(_:success:failure:)", 37);
     ZoneManager::requestZoneFile(url, FenceFetch::zoneLastModified(), [this, name, source, now, copy](
@@ -291,11 +294,7 @@ void FenceManager::downloadWithCache(const std::string& name, const char* word, 
                         std::string(rawValue(BVReachability::isConnectedToNetworkOfType())),
                     LogCategory::ZONE, "getFencesForZone(_:success:failure:)", 62);
         if (answer.status == 304) {
-            // Not modified: the copy asked about is the zone's list.
-            if (source == "new" && copy)
-                adoptCachedCopy(name, *copy, now, "Zone file (new) - cached", true, nullptr);
-            else
-                downloadCompleted(name, source, now, ZoneManager::getListFromCache(), true);
+            downloadCompleted(name, source, now, ZoneManager::getListFromCache(), true);
             return;
         }
         if (answer.status == 403) {
@@ -311,7 +310,7 @@ void FenceManager::downloadWithCache(const std::string& name, const char* word, 
             logZoneCache("the download failed (status " + std::to_string(answer.status) + "); answered with " +
                              describeCopy(name, copy->stamp, now),
                          __LINE__);
-            adoptCachedCopy(name, *copy, now, "Zone cache (stale)", false, nullptr);
+            adoptCachedCopy(name, *copy, now, "Zone cache (stale)", nullptr);
             return;
         }
         abandonDownload(name);
@@ -319,8 +318,7 @@ void FenceManager::downloadWithCache(const std::string& name, const char* word, 
 }
 
 void FenceManager::adoptCachedCopy(const std::string& name, const ZoneCache::Copy& copy, std::int64_t now,
-                                   const std::string& source, bool retrieved, Success direct) {
-    if (retrieved) Logger::log("Zone file retrived successfully.", LogCategory::ZONE, kGetFenceList, 92);
+                                   const std::string& source, Success direct) {
     FenceFetch::setLastZoneFile(name);
     FenceFetch::setZoneLastModified(copy.stamp.lastModified);
     FenceFetch::setLastCacheTime(adoptedCacheTime(now, copy.stamp.storedAt, copy.stamp.preloaded));

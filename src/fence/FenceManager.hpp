@@ -75,7 +75,7 @@ private:
     // Makes a cached copy the current zone's list (table, settings, memory) and
     // answers whoever waits for the zone, and `direct` when given.
     void adoptCachedCopy(const std::string& name, const ZoneCache::Copy& copy, std::int64_t now,
-                         const std::string& source, bool retrieved, Success direct);
+                         const std::string& source, Success direct);
     void logRetrievedFences(const std::string& source, const std::string& entries);
     // Replaces the memory list and its listing text; returns the text.
     std::shared_ptr<const std::string> remember(std::shared_ptr<const FenceIndex> list, const std::string& zone);
