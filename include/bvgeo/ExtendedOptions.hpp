@@ -6,6 +6,7 @@
 #pragma once
 
 #include <bvgeo/Export.hpp>
+#include <bvgeo/TriggerFilterOptions.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -28,6 +29,10 @@ struct BVGEO_API ExtendedOptions {
     std::size_t maxLogRows = 0;
     std::size_t maxLocationRows = 0;
     std::size_t fenceListingLimit = 0;
+
+    // Robust triggers: enter and exit decided with hysteresis, the fix's accuracy,
+    // confirmation and outlier rejection (TriggerFilterOptions.hpp). Off by default.
+    TriggerFilterOptions triggerFilter;
 
     bool operator==(const ExtendedOptions&) const = default;
 };
