@@ -97,6 +97,12 @@ std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr
         extended.fenceListingLimit = o.fenceListingLimit;
         tracker.setExtendedOptions(extended);
     }
+    // Robust triggers.
+    if (o.triggerFilter.robustTriggers) {
+        ExtendedOptions extended = tracker.extendedOptions();
+        extended.triggerFilter = o.triggerFilter;
+        tracker.setExtendedOptions(extended);
+    }
     tracker.setTriggerDelegate(std::move(delegate));
     return std::nullopt;
 }

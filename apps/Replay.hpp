@@ -6,6 +6,9 @@
 #pragma once
 
 #include "Args.hpp"
+#include "Stays.hpp"
+
+#include <bvgeo/TriggerFilterOptions.hpp>
 
 #include <cstdint>
 #include <iosfwd>
@@ -34,6 +37,9 @@ struct ReplayOptions {
     bool durableDelivery = false;
     bool json = false;
     bool verbose = false;
+    // Robust triggers (ExtendedOptions::triggerFilter), and the stays report.
+    TriggerFilterOptions triggerFilter;
+    bool stays = false;
 };
 
 // Options shared by replay and live tracking (everything but the track itself).
@@ -48,6 +54,9 @@ struct ReplaySummary {
     std::size_t requestsSent = 0, requestsRetried = 0, requestsQueued = 0;
     std::optional<std::size_t> outboxReports; // with durable delivery: reports still owed
     std::string database;
+    // With --stays: the stays of the triggers received, and when the track ended.
+    std::optional<std::vector<Stay>> stays;
+    std::int64_t trackEnd = 0;
 };
 
 // 0 when the track was played; 2 for an unusable track; 1 when the run could not
