@@ -63,7 +63,8 @@ def replay(track, *, app_id="demo", environment=Environment.DEVELOPMENT, api_bas
         tracker.start()
         tracker.settle()
         for fix in fixes:
-            if tracker.push_location(fix.latitude, fix.longitude, fix.time) > 0:
+            if tracker.push_location(fix.latitude, fix.longitude, fix.time, fix.accuracy, hdop=fix.hdop,
+                                     speed=fix.speed, satellites_used=fix.satellites_used, mode=fix.mode) > 0:
                 summary.fixes_delivered += 1
         # Let track time run on while reports still wait to go out.
         limit = fixes[-1].time + drain

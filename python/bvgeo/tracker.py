@@ -18,13 +18,20 @@ import math
 
 from . import _native as n
 from .errors import BVGeoError, InvalidArgumentError, ResetError, StateError, VirtualTimeError
-from .types import (Environment, ExtendedOptions, FixKind, MainQueue, Parameters, Trigger, TriggerMode)
+from .types import (Environment, ExtendedOptions, FixKind, FixMode, MainQueue, Parameters, Trigger, TriggerMode)
 
 log = logging.getLogger("bvgeo")
 console_log = logging.getLogger("bvgeo.console")
 
 _INT64 = (-(2 ** 63), 2 ** 63 - 1)
 _UINT64 = (0, 2 ** 64 - 1)
+
+# Robust triggers: the numeric fields ExtendedOptions shares with the C struct.
+_ROBUST_TRIGGER_FIELDS = ("exit_buffer_metres", "accuracy_cap_metres", "max_accuracy_metres",
+                          "assumed_accuracy_metres", "hdop_metres", "max_speed", "confirm_fixes", "confirm_seconds",
+                          "minimum_dwell_seconds")
+_ROBUST_TRIGGER_COUNTS = {"confirm_fixes": (-(2 ** 31), 2 ** 31 - 1), "confirm_seconds": _INT64,
+                          "minimum_dwell_seconds": _INT64}
 
 
 def _raise_for(status, what):
@@ -213,8 +220,14 @@ class Tracker:
         c = n.ExtendedOptions()
         n.bvgeo_extended_options_init(ctypes.byref(c))
         _raise_for(n.bvgeo_get_extended_options(self._h(), ctypes.byref(c)), "extended_options")
-        return ExtendedOptions(bool(c.durable_delivery), c.outbox_max_reports, c.outbox_max_age_seconds,
-                               c.max_log_rows, c.max_location_rows, c.fence_listing_limit)
+        options = ExtendedOptions(bool(c.durable_delivery), c.outbox_max_reports, c.outbox_max_age_seconds,
+                                  c.max_log_rows, c.max_location_rows, c.fence_listing_limit)
+        # Robust triggers.
+        for name in _ROBUST_TRIGGER_FIELDS:
+            setattr(options, name, getattr(c, name))
+        options.robust_triggers = bool(c.robust_triggers)
+        options.use_two_dimensional_fixes = bool(c.use_two_dimensional_fixes)
+        return options
 
     @extended_options.setter
     def extended_options(self, options):
@@ -228,6 +241,13 @@ class Tracker:
         c.max_log_rows = _integer(options.max_log_rows, "max_log_rows", _UINT64)
         c.max_location_rows = _integer(options.max_location_rows, "max_location_rows", _UINT64)
         c.fence_listing_limit = _integer(options.fence_listing_limit, "fence_listing_limit", _UINT64)
+        # Robust triggers.
+        c.robust_triggers = 1 if options.robust_triggers else 0
+        c.use_two_dimensional_fixes = 1 if options.use_two_dimensional_fixes else 0
+        for name in _ROBUST_TRIGGER_FIELDS:
+            value = getattr(options, name)
+            setattr(c, name, _integer(value, name, _ROBUST_TRIGGER_COUNTS[name]) if name in _ROBUST_TRIGGER_COUNTS
+                    else _number(value, name))
         _raise_for(n.bvgeo_set_extended_options(self._h(), ctypes.byref(c)), "extended_options")
 
     # ---- triggers ----
@@ -325,16 +345,30 @@ class Tracker:
 
     # ---- positions ----
 
-    def push_location(self, latitude, longitude, time=0.0, accuracy=-1.0, kind=FixKind.AUTOMATIC):
+    def push_location(self, latitude, longitude, time=0.0, accuracy=-1.0, kind=FixKind.AUTOMATIC, *,
+                      hdop=-1.0, speed=-1.0, satellites_used=-1, mode=FixMode.UNKNOWN):
         """One fix from the host's own location source: degrees, seconds since 1970
         (0: the library clock's now), horizontal accuracy in metres (negative:
         unknown). Returns how many trackers took it (0: stopped or filtered). In
         virtual time the clock moves to `time` first and everything the fix started
-        has run, callbacks included, when this returns."""
+        has run, callbacks included, when this returns. hdop, speed (m/s),
+        satellites_used and mode (FixMode) tell more of the fix's quality where the
+        source knows it; negative (or UNKNOWN) is unknown."""
         received = ctypes.c_int()
-        _raise_for(n.bvgeo_push_location(self._h(), _number(latitude, "latitude"), _number(longitude, "longitude"),
-                                         _number(accuracy, "accuracy"), _number(time, "time"),
-                                         _integer(int(kind), "kind"), ctypes.byref(received)), "push_location")
+        if hdop == -1.0 and speed == -1.0 and satellites_used == -1 and mode == FixMode.UNKNOWN:
+            _raise_for(n.bvgeo_push_location(self._h(), _number(latitude, "latitude"), _number(longitude, "longitude"),
+                                             _number(accuracy, "accuracy"), _number(time, "time"),
+                                             _integer(int(kind), "kind"), ctypes.byref(received)), "push_location")
+            return received.value
+        fix = n.Fix()
+        n.bvgeo_fix_init(ctypes.byref(fix))
+        fix.latitude, fix.longitude = _number(latitude, "latitude"), _number(longitude, "longitude")
+        fix.accuracy, fix.time = _number(accuracy, "accuracy"), _number(time, "time")
+        fix.hdop, fix.speed = _number(hdop, "hdop"), _number(speed, "speed")
+        fix.satellites_used = _integer(satellites_used, "satellites_used", (-(2 ** 31), 2 ** 31 - 1))
+        fix.mode = _integer(int(mode), "mode", (-(2 ** 31), 2 ** 31 - 1))
+        _raise_for(n.bvgeo_push_fix(self._h(), ctypes.byref(fix), _integer(int(kind), "kind"), ctypes.byref(received)),
+                   "push_location")
         return received.value
 
     # ---- main queue ----

@@ -227,3 +227,22 @@ def test_tracks_are_read_from_gpx_and_csv_in_time_order(tmp_path):
     nmea.write_text("$GPGLL,5950.000,N,02330.000,E,095559,A*2C\n")
     with pytest.raises(bvgeo.TrackError, match="NMEA"):
         bvgeo.read_track(nmea)
+
+
+def test_robust_triggers_hold_the_fence_against_rim_noise_and_2d_fixes(data_dir, server):
+    received = []
+    with open_host(data_dir, server) as tracker:
+        tracker.extended_options = bvgeo.ExtendedOptions(robust_triggers=True, confirm_fixes=2, confirm_seconds=5)
+        assert (tracker.extended_options.robust_triggers, tracker.extended_options.confirm_fixes) == (True, 2)
+        tracker.on_trigger = received.append
+        assert tracker.start()
+        three_d = dict(accuracy=5.0, mode=bvgeo.FixMode.THREE_D)
+        two_d = dict(accuracy=5.0, mode=bvgeo.FixMode.TWO_D)
+        for metres, seconds, quality in [
+                (0, 0, three_d), (10, 10, three_d),                          # enter, confirmed by the second fix
+                (215, 200, three_d), (212, 210, three_d),                    # 12-15 m past the rim: the buffer holds
+                (300, 220, two_d), (310, 230, two_d),                        # 2D fixes change nothing,
+                (320, 240, dict(hdop=99.9)), (330, 250, dict(hdop=99.9)),    # nor fixes 500 m inaccurate
+                (340, 260, three_d), (350, 270, three_d)]:                   # the exit, confirmed
+            tracker.push_location(FENCE_LAT, east(metres), T0 + seconds, **quality)
+    assert [(t.event, t.timestamp - T0) for t in received] == [("enter", 10), ("exit", 270)]
