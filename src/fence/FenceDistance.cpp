@@ -17,7 +17,8 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kLocalReach = 5000.0;
 // Closer to the rim than this, the sign is left to the exact containment rule.
 constexpr double kSignSlack = 0.05;
-constexpr double kPolarLimit = 89.0;
+// Towards the poles the meridians converge too fast for it; the geodesic takes over.
+constexpr double kPolarLimit = 80.0;
 
 bool usable(double latitude, double longitude) {
     return latitude >= -90.0 && latitude <= 90.0 && std::isfinite(longitude);

@@ -69,6 +69,11 @@ RobustTriggerPlanner::Plan RobustTriggerPlanner::plan(const FenceList& insideFen
         return false;
     };
 
+    // Both trackers may hand over the same fix; it is one fix, counted once.
+    if (lastUsed_ && lastUsed_->latitude == position.latitude && lastUsed_->longitude == position.longitude &&
+        lastUsed_->time == now)
+        return out;
+
     const std::optional<double> accuracy = knownAccuracy(position.horizontalAccuracy, position.hdop, options);
     std::optional<double> fromLast;
     std::int64_t sinceLast = 0;
@@ -86,14 +91,15 @@ RobustTriggerPlanner::Plan RobustTriggerPlanner::plan(const FenceList& insideFen
         const double speed = fromLast ? *fromLast / static_cast<double>(std::max<std::int64_t>(sinceLast, 1)) : 0.0;
         const std::string why = rejectionText(rejection, accuracy, speed, options);
         // Only fences the standard rule would have changed were held by the rejection.
+        const auto held = [&](const std::string& fenceId) {
+            FenceFilterState& state = stateOf(fenceId);
+            state.seenAt = now;
+            note(out, state, kFixRejected, "Fence kept, fix rejected: " + fenceId + " (" + why + ")");
+        };
         for (std::size_t i = 0; i < insideFences.size(); ++i)
-            if (stayOfInside[i] == stays.size() && !listedBefore(i))
-                note(out, stateOf(insideFences[i]->id), kFixRejected,
-                     "Fence kept, fix rejected: " + insideFences[i]->id + " (" + why + ")");
+            if (stayOfInside[i] == stays.size() && !listedBefore(i)) held(insideFences[i]->id);
         for (std::size_t a = 0; a < stays.size(); ++a)
-            if (!stayInside[a])
-                note(out, stateOf(stays[a].fenceId), kFixRejected,
-                     "Fence kept, fix rejected: " + stays[a].fenceId + " (" + why + ")");
+            if (!stayInside[a]) held(stays[a].fenceId);
         dropIdle(now, options);
         return out;
     }
@@ -193,14 +199,19 @@ RobustTriggerPlanner::Plan RobustTriggerPlanner::plan(const FenceList& insideFen
     out.steps.insert(out.steps.end(), exits.begin(), exits.end());
 
     // A change waits only while every fix speaks for it: fences this fix said nothing
-    // of (the device is outside them, or left their zone) wait no more.
+    // of (the device is outside them, or left their zone) wait no more, and what was
+    // logged of them is forgotten once they have been out of the picture for the dwell.
+    const std::int64_t dwell = std::max<std::int64_t>(options.minimumDwellSeconds, 0);
     for (auto& remembered : states_) {
+        FenceFilterState& state = remembered.state;
         const bool spoken = std::any_of(considered.begin(), considered.end(),
                                         [&](const std::string* id) { return *id == remembered.fenceId; });
-        if (!spoken) {
-            remembered.state.pendingFixes = 0;
-            remembered.state.loggedHolds = 0;
+        if (spoken) {
+            state.seenAt = now;
+            continue;
         }
+        state.pendingFixes = 0;
+        if (now - state.seenAt >= dwell) state.loggedHolds = 0;
     }
     dropIdle(now, options);
     return out;

@@ -71,6 +71,7 @@ struct FenceFilterState {
 
     std::int64_t pendingSince = 0;    // when the first fix on the new side came
     std::int64_t changedAt = kNever;  // the last enter or exit the rules made
+    std::int64_t seenAt = 0;          // the last fix that spoke for this fence
     std::uint16_t pendingFixes = 0;   // fixes in a row on the new side; 0: nothing waits
     std::uint8_t loggedHolds = 0;     // FilterHold bits written to the log in this state
     bool entered = false;             // whether that change was an enter
