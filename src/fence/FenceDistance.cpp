@@ -32,11 +32,18 @@ double signedDistanceToRim(const Fence& fence, double latitude, double longitude
         return kInfinity;
     double distance = -1.0;
     if (std::abs(latitude) < kPolarLimit && std::abs(fence.latitude) < kPolarLimit) {
-        const double middle = (latitude + fence.latitude) / 2.0;
-        const double north = (latitude - fence.latitude) * wgs84::kDegree * wgs84::meridianRadius(middle);
-        const double east =
-            std::remainder(longitude - fence.longitude, 360.0) * wgs84::kDegree * wgs84::parallelRadius(middle);
-        const double local = std::hypot(north, east);
+        // The ellipsoid's radii of curvature at the middle latitude (as in Wgs84.hpp,
+        // from one cosine for both).
+        const double cosine = std::cos((latitude + fence.latitude) / 2.0 * wgs84::kDegree);
+        const double w = 1.0 - wgs84::kEccentricitySquared * (1.0 - cosine * cosine);
+        const double rootW = std::sqrt(w);
+        const double meridian = wgs84::kEquatorialRadius * (1.0 - wgs84::kEccentricitySquared) / (w * rootW);
+        const double parallel = wgs84::kEquatorialRadius * cosine / rootW;
+        double dLongitude = longitude - fence.longitude;
+        if (dLongitude > 180.0 || dLongitude < -180.0) dLongitude = std::remainder(dLongitude, 360.0);
+        const double north = (latitude - fence.latitude) * wgs84::kDegree * meridian;
+        const double east = dLongitude * wgs84::kDegree * parallel;
+        const double local = std::sqrt(north * north + east * east);
         if (local < kLocalReach) distance = local;
     }
     if (distance < 0.0) distance = geodesicDistance(latitude, longitude, fence.latitude, fence.longitude);

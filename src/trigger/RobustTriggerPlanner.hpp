@@ -22,6 +22,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace bvgeo {
@@ -39,7 +40,8 @@ public:
     struct Plan {
         // What Enter and Linger steps point into: the fences that contain the fix, in
         // their order, then the active fences the rules keep though the fix lies
-        // outside them. Exit steps point into the stays given.
+        // outside them; empty when it would hold the inside fences alone. Exit steps
+        // point into the stays given.
         FenceList fences;
         std::vector<TriggerStep> steps;
         // FENCE log lines: why a fence did not change, once per fence and reason.
@@ -62,18 +64,20 @@ public:
 
 private:
     struct Remembered {
-        std::string fenceId;
         FenceFilterState state;
+        // The fence as the last fix near it saw it, for as long as the fence list
+        // it came from (generation) is the current one.
+        std::shared_ptr<Fence> fence;
+        std::uint32_t generation = 0;
     };
 
-    FenceFilterState& stateOf(const std::string& fenceId);
-    FenceFilterState* find(const std::string& fenceId);
+    Remembered& remember(const std::string& fenceId, std::int64_t now);
     static void keptOrUndone(FenceFilterState& state, bool active);
-    static void note(Plan& plan, FenceFilterState& state, FilterHold hold, const std::string& text);
-    void dropIdle(std::int64_t now, const TriggerFilterOptions& options);
+    static void note(Plan& plan, FenceFilterState& state, FilterHold hold, std::string text);
+    void lapse(std::int64_t now, const TriggerFilterOptions& options);
 
-    // Few at a time (the fences near the device), so a plain vector beats a map.
-    std::vector<Remembered> states_;
+    // Only fences with something to remember: those near the device, a few at a time.
+    std::unordered_map<std::string, Remembered> states_;
 
     struct UsedFix {
         double latitude = 0.0, longitude = 0.0;
@@ -81,6 +85,13 @@ private:
     };
     std::optional<UsedFix> lastUsed_;
     int speedRejectionsInRow_ = 0;
+    // The fence list of the last fix, held so that a new one is told from it.
+    std::shared_ptr<const FenceIndex> fenceList_;
+    std::uint32_t generation_ = 0;
+    // Scratch space of plan(), kept to spare an allocation per fix.
+    std::vector<std::size_t> stayOfInside_;
+    std::vector<char> stayInside_;
+    std::vector<TriggerStep> exits_;
 };
 
 } // namespace bvgeo

@@ -58,7 +58,7 @@ void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType ty
     // into a list of their own (the inside fences, then active ones kept by a margin).
     std::optional<RobustTriggerPlanner::Plan> robust;
     if (fix) robust = planRobustly(fences, *fix, stays, now, config);
-    const FenceList& decided = robust ? robust->fences : fences;
+    const FenceList& decided = robust && !robust->fences.empty() ? robust->fences : fences;
     const auto steps =
         robust ? robust->steps : planTriggers(insideIds, stays, now, config.lingerTime, config.maxLingerTime);
     if (!steps.empty()) {

@@ -44,18 +44,19 @@ public:
         const FenceList inside = index_->insideFences(location.latitude, location.longitude);
         auto plan = planner.plan(inside, {location, index_}, stays, now, 300, 7200, options_);
         for (auto& note : plan.notes) notes.push_back(note);
+        const FenceList& decided = plan.fences.empty() ? inside : plan.fences;
         std::vector<std::string> events;
         std::vector<ActiveStay> next = stays;
         for (const auto& step : plan.steps) {
             switch (step.type) {
             case TriggerType::Enter:
                 events.push_back("enter");
-                next.push_back({plan.fences[step.index]->id, now, now});
+                next.push_back({decided[step.index]->id, now, now});
                 break;
             case TriggerType::Linger:
                 events.push_back("linger");
                 for (auto& stay : next)
-                    if (stay.fenceId == plan.fences[step.index]->id) stay.lastTriggerAt = now;
+                    if (stay.fenceId == decided[step.index]->id) stay.lastTriggerAt = now;
                 break;
             case TriggerType::Exit:
                 events.push_back("exit");
