@@ -33,7 +33,7 @@ void BaseLocationTracker::configure(LocationTrackerFencePosition position) {
     manager.setActivityType(ActivityType::Other);
     manager.setDesiredAccuracy(config.locationAccuracy);
     // Robust triggers confirm a change with the fixes that follow it; a still device
-    // would send none through the distance filter.
+    // would send none through the distance filter (nor the duplicate filter, above).
     manager.setDistanceFilter(confirming_.load(std::memory_order_acquire) ? kDistanceFilterNone
                                                                           : config.locationDistanceFilt);
     manager.setPausesLocationUpdatesAutomatically(position != LocationTrackerFencePosition::Inside);
@@ -96,7 +96,10 @@ void BaseLocationTracker::locationManagerDidUpdateLocations(LocationManager& man
     Location accepted;
     {
         std::lock_guard lock(positionMutex_);
-        if (isDuplicateUpdate(lastPosition_.distanceFrom(newest), now, lastPositionTime_, config.lingerTime)) return;
+        // While robust triggers wait for confirming fixes, a repeat is one of them.
+        if (isDuplicateUpdate(lastPosition_.distanceFrom(newest), now, lastPositionTime_, config.lingerTime) &&
+            !confirming_.load(std::memory_order_acquire))
+            return;
         lastPosition_ = newest;
         lastPositionTime_ = now;
         accepted = lastPosition_;
