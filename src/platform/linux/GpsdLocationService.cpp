@@ -15,6 +15,8 @@ bool positive(double value) { return std::isfinite(value) && value > 0.0; }
 
 // The fix with what gpsd says of its quality. gpsd's error estimates are meant at
 // 95% confidence; halved, they come near the 68% radius a Location's accuracy is.
+// DOPs and satellites come in gpsd's sky reports, when the receiver gives them;
+// until one came they are NaN or 0 here, and stay unknown.
 Location locationFrom(const gps_data_t& gps, double time) {
     Location fix{gps.fix.latitude, gps.fix.longitude, time};
     if (positive(gps.fix.eph)) fix.horizontalAccuracy = gps.fix.eph / 2.0;
