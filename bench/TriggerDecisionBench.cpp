@@ -121,8 +121,8 @@ void decide(benchmark::State& state) {
         for (const auto& fence : fences) insideIds.push_back(fence->id);
         std::vector<ActiveStay> snapshot = stays;
         if constexpr (Robust) {
-            const auto filtered = std::make_shared<const FilteredFix>(FilteredFix{fix, index});
-            const auto plan = planner.plan(fences, *filtered, snapshot, now, kLingerTime, kMaxLingerTime, options);
+            const FilteredFix filtered{fix, index}; // what the job carries along
+            const auto plan = planner.plan(fences, filtered, snapshot, now, kLingerTime, kMaxLingerTime, options);
             apply(plan.steps, plan.fences.empty() ? fences : plan.fences, stays, now, triggers);
             if (next % 256 == 0) { // a sample, so that measuring costs next to nothing
                 ++samples;

@@ -23,7 +23,7 @@ void LocationMonitoring::triggerFilteredFences(const Location& location, Trigger
                                                FenceProcessingCallback callback) {
     getFencesForLocation(location, [location, type, callback = std::move(callback)](std::shared_ptr<const FenceIndex> list) {
         auto fences = std::make_shared<const FenceList>(list->insideFences(location.latitude, location.longitude));
-        auto fix = std::make_shared<const FilteredFix>(FilteredFix{location, std::move(list)});
+        FilteredFix fix{location, std::move(list)};
         callTriggerFences(
             *fences, type, [fences, callback](const ActiveFenceList& active) {
                 if (callback) callback(*fences, active);
@@ -49,7 +49,7 @@ bool LocationMonitoring::isLocationInsideFence(const Location& location, const F
 
 void LocationMonitoring::callTriggerFences(FenceList fences, TriggerLocationEventType type,
                                            std::function<void(const ActiveFenceList& activeFences)> success,
-                                           std::shared_ptr<const FilteredFix> fix) {
+                                           std::optional<FilteredFix> fix) {
     std::string text = "Inside Fences: ";
     for (const auto& fence : fences) text += fence->id + ", ";
     Logger::log(text, LogCategory::FENCE, "callTriggerFences(_:triggerLocationEventType:success:)", 62);

@@ -15,6 +15,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace bvgeo {
@@ -32,7 +33,7 @@ public:
     static bool isLocationInsideFence(const Location& location, const Fence& fence);
     static void callTriggerFences(FenceList fences, TriggerLocationEventType type,
                                   std::function<void(const ActiveFenceList& activeFences)> success,
-                                  std::shared_ptr<const FilteredFix> fix = nullptr);
+                                  std::optional<FilteredFix> fix = std::nullopt);
 
 private:
     // Robust triggers: the same road, with the fix and its fence list going along

@@ -147,7 +147,8 @@ RobustTriggerPlanner::Plan RobustTriggerPlanner::plan(const FenceList& insideFen
         const FenceReading reading = readFence(false, distance, margins, exitBuffer);
         Remembered& remembered = remember(fence->id, now);
         FenceFilterState& state = remembered.state;
-        remembered.fence = fence;
+        // Safe to keep while its list is the current one: the list owns the fence.
+        remembered.fence = fix.fences ? fence.get() : nullptr;
         remembered.generation = generation_;
         keptOrUndone(state, false);
         if (reading != FenceReading::Changes) {
@@ -180,11 +181,11 @@ RobustTriggerPlanner::Plan RobustTriggerPlanner::plan(const FenceList& insideFen
         // The fence as the last fix inside it saw it; looked up afresh only when the
         // fence list has changed since (or nothing was remembered, after a restart).
         if (remembered.generation != generation_ || !remembered.fence) {
-            remembered.fence.reset();
+            remembered.fence = nullptr;
             if (fix.fences)
                 for (const auto& near : fix.fences->fencesNear(position.latitude, position.longitude,
                                                                margins.exitDistance))
-                    if (near->id == stay.fenceId) remembered.fence = near;
+                    if (near->id == stay.fenceId) remembered.fence = near.get();
             remembered.generation = generation_;
         }
         const double distance = remembered.fence
@@ -214,7 +215,7 @@ RobustTriggerPlanner::Plan RobustTriggerPlanner::plan(const FenceList& insideFen
         if (isLingerDue(now, stay.activatedAt, stay.lastTriggerAt, lingerTime, maxLingerTime)) {
             if (out.fences.empty()) out.fences = insideFences;
             out.steps.push_back({TriggerType::Linger, out.fences.size()});
-            out.fences.push_back(remembered.fence);
+            out.fences.push_back(std::shared_ptr<Fence>(fenceList_, remembered.fence)); // owned by the list
         }
     }
     out.steps.insert(out.steps.end(), exits.begin(), exits.end());

@@ -65,9 +65,9 @@ public:
 private:
     struct Remembered {
         FenceFilterState state;
-        // The fence as the last fix near it saw it, for as long as the fence list
-        // it came from (generation) is the current one.
-        std::shared_ptr<Fence> fence;
+        // The fence as the last fix near it saw it, owned by the fence list it came
+        // from, and used only while that list (generation) is the current one.
+        Fence* fence = nullptr;
         std::uint32_t generation = 0;
     };
 

@@ -26,7 +26,7 @@ TriggerManager::TriggerManager()
     : serialQueue_(platform().dispatchQueues->makeSerialQueue(std::string(kQueueLabel))) {}
 
 void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventType type, Success success,
-                                         std::shared_ptr<const FilteredFix> fix) {
+                                         std::optional<FilteredFix> fix) {
     auto& engine = sharedInstance();
     // The update that asked keeps its rows uncommitted until the job has decided, so
     // a position and its decisions reach the disk in one commit, not two (triggers
@@ -35,7 +35,7 @@ void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventT
     engine.serialQueue_->async(
         [&engine, update = std::move(update), fences = std::move(fences), type, success = std::move(success),
          fix = std::move(fix)]() mutable {
-            engine.runJob(fences, type, success, fix.get());
+            engine.runJob(fences, type, success, fix ? &*fix : nullptr);
             update.reset();
         });
 }

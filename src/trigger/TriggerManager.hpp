@@ -42,7 +42,7 @@ public:
     // Queues one job; `success` runs on the engine's queue with the stays after it.
     // With `fix` (robust triggers on) the job decides by the robust rules.
     static void processInsideFences(FenceList fences, TriggerLocationEventType type, Success success,
-                                    std::shared_ptr<const FilteredFix> fix = nullptr);
+                                    std::optional<FilteredFix> fix = std::nullopt);
 
     // The following run inside a job only.
     ActiveFenceList getActiveFences();
