@@ -313,8 +313,8 @@ def main():
             work = Path(scratch) / f"stationary-{number}"
             work.mkdir()
             ok &= check_stationary(args.bvgeo, path, bearings, args.robust_options, work)
-        for number, spec in enumerate(args.track):
-            path, _, date = spec.partition(",")
+        for number, argument in enumerate(args.track):
+            path, _, date = argument.partition(",")
             work = Path(scratch) / f"track-{number}"
             work.mkdir()
             ok &= check_moving(args.bvgeo, path, date or None, args.places, args.robust_options, work)
