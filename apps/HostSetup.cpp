@@ -115,6 +115,12 @@ std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr
         std::cerr << "preloaded " << preloaded.loaded << " zone files from " << *o.preload << " ("
                   << preloaded.skipped << " skipped; the ZONE log says why)\n";
     }
+    // Robust triggers.
+    if (o.triggerFilter.robustTriggers) {
+        ExtendedOptions extended = tracker.extendedOptions();
+        extended.triggerFilter = o.triggerFilter;
+        tracker.setExtendedOptions(extended);
+    }
     tracker.setTriggerDelegate(std::move(delegate));
     return std::nullopt;
 }

@@ -2,6 +2,7 @@
 
 #include "CliConsole.hpp"
 #include "HostSetup.hpp"
+#include "RobustTriggerOptions.hpp"
 #include "VirtualTimeHost.hpp"
 
 #include "datastore/BV1Database.hpp"
@@ -70,6 +71,22 @@ library as a host application would, in virtual time unless told otherwise.
                          queue is empty or S seconds have passed (default 600)
   --json                 one JSON object per trigger on standard output, then a summary object
   --verbose              echo the library's log lines and prints on standard error
+  --stays                end with one line per stay (enter, exit or "still inside",
+                         duration) and how many were shorter than 2 minutes; with
+                         --json, the same in the summary object
+  --robust-triggers      decide enter and exit with hysteresis, the fixes' accuracy,
+                         confirmation and outlier rejection (defaults below); each
+                         option after it sets one tunable and turns the rules on
+  --exit-buffer M        leave a fence only this far beyond its rim (default 30)
+  --accuracy-cap M       count a fix's accuracy up to this (default 50)
+  --max-accuracy M       a fix less accurate than this changes no fence (default 100)
+  --assumed-accuracy M   accuracy of a fix that gives none (default 10)
+  --hdop-metres M        metres of accuracy per unit of HDOP (default 5)
+  --max-speed MPS        a fix implying more than this many m/s changes no fence (default 100)
+  --confirm-fixes N      fixes in a row on the new side before enter or exit (default 3)
+  --confirm-seconds S    ... spanning at least this long (default 10)
+  --minimum-dwell S      a fence keeps each state at least this long (default 120)
+  --use-2d-fixes         let 2D fixes change fences (by default they do not)
 
 example:
   bvgeo serve --root zones &
@@ -83,14 +100,14 @@ namespace {
 constexpr std::size_t kFixesPerCommit = 64;
 
 std::vector<OptionDecl> replayOnlyDecls() {
-    return {{"date"}, {"realtime", false}, {"speed"}, {"drain"}, {"offline"}, {"offline-file"}};
+    return {{"date"}, {"realtime", false}, {"speed"}, {"drain"}, {"offline"}, {"offline-file"}, {"stays", false}};
 }
 
 // Prints each trigger as the host receives it, on the main queue.
 class PrintingDelegate final : public BVGeoTrackerDelegate {
 public:
-    PrintingDelegate(std::ostream& out, bool json, ReplaySummary& summary)
-        : out_(out), json_(json), summary_(summary) {}
+    PrintingDelegate(std::ostream& out, bool json, ReplaySummary& summary, StayRecorder* stays = nullptr)
+        : out_(out), json_(json), summary_(summary), stays_(stays) {}
 
     void BVGeoTrackerOnFenceTriggered(BVGeoTracker&, std::shared_ptr<BVTrigger> trigger) override {
         switch (trigger->event) {
@@ -100,12 +117,14 @@ public:
         }
         out_ << (json_ ? triggerJsonLine(*trigger) : triggerTextLine(*trigger)) << '\n';
         out_.flush();
+        if (stays_) stays_->add(*trigger);
     }
 
 private:
     std::ostream& out_;
     bool json_;
     ReplaySummary& summary_;
+    StayRecorder* stays_;
 };
 
 class Progress {
@@ -161,6 +180,17 @@ private:
     std::int64_t counted_, sent_ = 0, retried_ = 0;
 };
 
+// The fix as a location source would deliver it, with what the file said of its quality.
+Location locationOf(const TrackFix& fix) {
+    Location location{fix.latitude, fix.longitude, fix.timestamp};
+    location.horizontalAccuracy = fix.quality.accuracy;
+    location.speed = fix.quality.speed;
+    location.hdop = fix.quality.hdop;
+    location.satellitesUsed = fix.quality.satellites;
+    location.fixMode = fix.quality.mode;
+    return location;
+}
+
 void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
     if (json) {
         nlohmann::ordered_json summary{
@@ -175,6 +205,7 @@ void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
                                 {"prefetchRequests", s.zones->prefetchRequests},
                                 {"cached", s.zones->cached}};
         if (s.offline) summary["offline"] = {{"deadSpots", s.offline->deadSpots}, {"positions", s.offline->positions}};
+        if (s.stays) summary["stays"] = staysJson(*s.stays, s.trackEnd);
         out << summary.dump() << '\n';
     } else {
         out << "\nfixes:    " << s.fixesRead << " read, " << s.fixesSkipped << " skipped, " << s.fixesAccepted
@@ -190,6 +221,10 @@ void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
             out << "zones:    " << s.zones->positionsWithoutFences << " positions found no fences, "
                 << s.zones->prefetchRequests << " prefetch requests, " << s.zones->cached << " zones cached\n";
         out << "database: " << s.database << '\n';
+        if (s.stays) {
+            for (const Stay& stay : *s.stays) out << "stay      " << stayTextLine(stay, s.trackEnd) << '\n';
+            out << stayCountsLine(countStays(*s.stays)) << '\n';
+        }
     }
     out.flush();
 }
@@ -197,13 +232,17 @@ void printSummary(std::ostream& out, const ReplaySummary& s, bool json) {
 } // namespace
 
 std::vector<OptionDecl> hostOptionDecls() {
-    return {{"app-id"},      {"env"},          {"api-base"},        {"assets-base"},    {"mode"},
-            {"data-dir"},    {"accuracy"},     {"distance-filter"}, {"cache-expiration"}, {"zone-interval"},
-            {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"durable-delivery", false},
-            {"json", false}, {"verbose", false}, {"help", false}, {"max-log-rows"}, {"max-location-rows"},
-            {"fence-listing-limit"},
-            // Fences without a network.
-            {"zone-cache"}, {"prefetch-distance"}, {"preload"}};
+    std::vector<OptionDecl> decls{
+        {"app-id"},      {"env"},          {"api-base"},        {"assets-base"},    {"mode"},
+        {"data-dir"},    {"accuracy"},     {"distance-filter"}, {"cache-expiration"}, {"zone-interval"},
+        {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"durable-delivery", false},
+        {"json", false}, {"verbose", false}, {"help", false}, {"max-log-rows"}, {"max-location-rows"},
+        {"fence-listing-limit"},
+        // Fences without a network.
+        {"zone-cache"}, {"prefetch-distance"}, {"preload"}};
+    // Robust triggers.
+    for (auto& decl : robustTriggerOptionDecls()) decls.push_back(decl);
+    return decls;
 }
 
 void applyHostOptions(const Args& args, ReplayOptions& o) {
@@ -241,6 +280,8 @@ void applyHostOptions(const Args& args, ReplayOptions& o) {
     o.preload = args.value("preload");
     if ((o.prefetchDistance > 0 || o.preload) && o.zoneCache == 0)
         throw UsageError(std::string(o.preload ? "--preload" : "--prefetch-distance") + " needs --zone-cache N");
+    // Robust triggers.
+    applyRobustTriggerOptions(args, o.triggerFilter);
 }
 
 ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {
@@ -258,6 +299,7 @@ ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {
         o.speed = *speed;
     }
     if (o.realtime && o.speed == 0.0) o.speed = 1.0;
+    o.stays = args.has("stays");
     if (auto drain = args.number("drain")) {
         if (*drain < 0) throw UsageError("--drain must not be negative");
         o.drain = *drain;
@@ -300,7 +342,8 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
     if (deadSpots && !deadSpots->ranges().empty())
         HTTPClient::sharedInstance().setNetworkDown(
             [deadSpots] { return deadSpots->contains(platform().clock->currentTime()); });
-    auto delegate = std::make_shared<PrintingDelegate>(out, o.json, summary);
+    StayRecorder stays;
+    auto delegate = std::make_shared<PrintingDelegate>(out, o.json, summary, o.stays ? &stays : nullptr);
     if (auto problem = startHost(o, delegate)) {
         std::cerr << "bvgeo: " << *problem << '\n';
         return 1;
@@ -329,7 +372,7 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
             std::this_thread::sleep_until(wallStart + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                                                           std::chrono::duration<double>((fix.timestamp - trackStart) / o.speed)));
         }
-        host.deliver(fix.latitude, fix.longitude, fix.timestamp);
+        host.deliver(locationOf(fix));
         if (o.maxLogRows) requests.update();
         progress.update(i + 1);
     }
@@ -357,6 +400,10 @@ int runReplay(const ReplayOptions& o, std::ostream& out, ReplaySummary* summaryO
     summary.requestsRetried = requests.retried();
     summary.requestsQueued = queue.requests().size() + queue.retryRequests().size();
     if (o.durableDelivery) summary.outboxReports = Outbox::sharedInstance().count();
+    if (o.stays) {
+        summary.stays = stays.stays();
+        summary.trackEnd = static_cast<std::int64_t>(track.fixes.back().timestamp);
+    }
     summary.database = std::filesystem::absolute(BV1Database().path()).lexically_normal().string();
     if (deadSpots) {
         summary.zones = ReplaySummary::Zones{

@@ -7,6 +7,9 @@
 
 #include "Args.hpp"
 #include "DeadSpots.hpp"
+#include "Stays.hpp"
+
+#include <bvgeo/TriggerFilterOptions.hpp>
 
 #include <cstdint>
 #include <iosfwd>
@@ -41,6 +44,9 @@ struct ReplayOptions {
     double prefetchDistance = 0.0;
     std::optional<std::string> preload;
     std::vector<TimeRange> offline;
+    // Robust triggers (ExtendedOptions::triggerFilter), and the stays report.
+    TriggerFilterOptions triggerFilter;
+    bool stays = false;
 };
 
 // Options shared by replay and live tracking (everything but the track itself).
@@ -68,6 +74,9 @@ struct ReplaySummary {
         std::size_t positions = 0;  // accepted positions inside them
     };
     std::optional<Offline> offline;
+    // With --stays: the stays of the triggers received, and when the track ended.
+    std::optional<std::vector<Stay>> stays;
+    std::int64_t trackEnd = 0;
 };
 
 // 0 when the track was played; 2 for an unusable track; 1 when the run could not

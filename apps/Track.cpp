@@ -25,7 +25,10 @@ tuning options of bvgeo replay: --app-id, --env, --api-base, --assets-base, --mo
 --data-dir, --accuracy, --distance-filter, --cache-expiration, --zone-interval,
 --linger-time, --max-linger-time, --retry-interval, --durable-delivery,
 --max-log-rows, --max-location-rows, --fence-listing-limit, --json, --verbose,
---zone-cache, --prefetch-distance, --preload.
+--zone-cache, --prefetch-distance, --preload,
+--robust-triggers and its tunables (--exit-buffer, --accuracy-cap, --max-accuracy,
+--assumed-accuracy, --hdop-metres, --max-speed, --confirm-fixes, --confirm-seconds,
+--minimum-dwell, --use-2d-fixes).
 
 example:
   bvgeo track --gpsd localhost:2947 --api-base http://127.0.0.1:8080/api/v1/app/ \

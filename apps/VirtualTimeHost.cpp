@@ -29,8 +29,12 @@ bool VirtualTimeHost::settle() { return time_.settle(); }
 void VirtualTimeHost::advanceTo(double time) { time_.advanceTo(time); }
 
 void VirtualTimeHost::deliver(double latitude, double longitude, double time) {
-    advanceTo(time);
-    locations_->push(latitude, longitude, time);
+    deliver(Location{latitude, longitude, time});
+}
+
+void VirtualTimeHost::deliver(const Location& fix) {
+    advanceTo(fix.timestamp);
+    locations_->push(fix);
     settle();
 }
 

@@ -33,6 +33,7 @@ public:
     void advanceTo(double time);
     // Sets the clock to the fix's time, delivers it, runs everything it started.
     void deliver(double latitude, double longitude, double time);
+    void deliver(const Location& fix);
     // Runs queued work and waits for transfers until nothing is left. False when the
     // library kept busy past the bounds (a transfer hung, work kept being posted).
     bool settle();

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <bvgeo/Export.hpp>
+#include <bvgeo/TriggerFilterOptions.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -33,13 +34,17 @@ struct BVGEO_API ExtendedOptions {
     // many zones in "BVGZoneCache/" beside the database, least recently used going
     // first, each with its Last-Modified and time of storing. A zone change to a
     // cached zone answers from the copy while it is fresh (as the current zone's
-    // cacheExpiration rule has it) and asks the server conditionally once it is
-    // not; when a download fails (no connection, 5xx, time-out) a copy of any age
+    // cacheExpiration rule has it) and downloads it again once it is not; when a
+    // download fails (no connection, 5xx, time-out) a copy of any age
     // answers. prefetchDistance > 0 (metres, with zoneCache) fetches in the
     // background the neighbouring cells a position that close to its cell's edge
     // or corner could enter next. 0 keeps the standard behaviour.
     std::size_t zoneCache = 0;
     double prefetchDistance = 0.0;
+
+    // Robust triggers: enter and exit decided with hysteresis, the fix's accuracy,
+    // confirmation and outlier rejection (TriggerFilterOptions.hpp). Off by default.
+    TriggerFilterOptions triggerFilter;
 
     bool operator==(const ExtendedOptions&) const = default;
 };

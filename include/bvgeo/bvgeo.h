@@ -264,11 +264,27 @@ typedef struct bvgeo_extended_options {
                                        database, answering when a download fails; 0: none */
     double prefetch_distance;       /* metres >= 0, with zone_cache: fetch the neighbouring cells while a
                                        position is this close to its cell's edge or corner; 0: none */
+    /* Version 2, continued. Robust triggers (TriggerFilterOptions in C++): enter and exit with
+     * hysteresis, the fixes' accuracy, confirmation and outlier rejection. */
+    int robust_triggers;                /* 0 or 1 */
+    double exit_buffer_metres;          /* >= 0: leave a fence only this far beyond its rim */
+    double accuracy_cap_metres;         /* >= 0: a fix's accuracy counts up to this */
+    double max_accuracy_metres;         /* > 0: a less accurate fix changes no fence */
+    double assumed_accuracy_metres;     /* >= 0: the accuracy of a fix that gives none */
+    double hdop_metres;                 /* > 0: metres of accuracy per unit of HDOP */
+    double max_speed;                   /* > 0, metres per second: a fix implying more changes no fence */
+    int32_t confirm_fixes;              /* 1..1000 fixes in a row on the new side */
+    int64_t confirm_seconds;            /* 0..86400: ... spanning at least this long */
+    int64_t minimum_dwell_seconds;      /* 0..86400: a fence keeps each state at least this long */
+    int use_two_dimensional_fixes;      /* 0 or 1: let 2D fixes change fences */
 } bvgeo_extended_options;
 
 /* Fills `options` with the defaults, which keep the library's standard behaviour. */
 BVGEO_C_API void bvgeo_extended_options_init(bvgeo_extended_options *options);
+/* A version-1 struct (without the version-2 fields) is accepted: those options
+ * then take their defaults. */
 BVGEO_C_API bvgeo_status bvgeo_set_extended_options(bvgeo_tracker *tracker, const bvgeo_extended_options *options);
+/* Fills the fields the struct's version has: set `version` first (init does). */
 BVGEO_C_API bvgeo_status bvgeo_get_extended_options(bvgeo_tracker *tracker, bvgeo_extended_options *options);
 
 /* Zone cache: BVGeoTracker::preloadZones. Fills the cache from a directory written
@@ -365,6 +381,30 @@ enum {
  * may be settled for with bvgeo_settle. */
 BVGEO_C_API bvgeo_status bvgeo_push_location(bvgeo_tracker *tracker, double latitude, double longitude,
                                              double accuracy, double time, int kind, int *received);
+
+enum { BVGEO_FIX_MODE_UNKNOWN = 0, BVGEO_FIX_MODE_NO_FIX = 1, BVGEO_FIX_MODE_2D = 2, BVGEO_FIX_MODE_3D = 3 };
+
+#define BVGEO_FIX_VERSION 1
+
+/* One fix with what the source said of its quality; negative (or
+ * BVGEO_FIX_MODE_UNKNOWN) where it said nothing, which the library treats as
+ * unknown, never as perfect. */
+typedef struct bvgeo_fix {
+    unsigned int version; /* BVGEO_FIX_VERSION */
+    double latitude;      /* -90..90 */
+    double longitude;     /* -180..180 */
+    double accuracy;      /* metres (radius of about 68% confidence) */
+    double time;          /* seconds since 1970, 0 for the library clock's now */
+    double speed;         /* metres per second over ground */
+    double hdop;          /* horizontal dilution of precision */
+    int satellites_used;
+    int mode;             /* BVGEO_FIX_MODE_* */
+} bvgeo_fix;
+
+/* Fills `fix` with "unknown" everywhere but the version, latitude and longitude 0. */
+BVGEO_C_API void bvgeo_fix_init(bvgeo_fix *fix);
+/* bvgeo_push_location with the fix's quality. */
+BVGEO_C_API bvgeo_status bvgeo_push_fix(bvgeo_tracker *tracker, const bvgeo_fix *fix, int kind, int *received);
 
 /* ---- Main queue ---------------------------------------------------------------------- */
 

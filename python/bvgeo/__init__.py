@@ -23,12 +23,12 @@ from .replay import replay
 from .tracker import Tracker
 from .tracks import TrackError, read_track
 from .types import (ACCURACY_BEST, ACCURACY_HUNDRED_METERS, ACCURACY_NEAREST_TEN_METERS, DISTANCE_FILTER_NONE,
-                    CloseResult, Environment, ExtendedOptions, Fix, FixKind, MainQueue, Parameters, ReplayResult,
-                    ReplaySummary, Trigger, TriggerMode)
+                    CloseResult, Environment, ExtendedOptions, Fix, FixKind, FixMode, MainQueue, Parameters,
+                    ReplayResult, ReplaySummary, Trigger, TriggerMode)
 
 __all__ = [
     "ACCURACY_BEST", "ACCURACY_HUNDRED_METERS", "ACCURACY_NEAREST_TEN_METERS", "DISTANCE_FILTER_NONE",
-    "BVGeoError", "CallbackError", "CloseResult", "Environment", "ExtendedOptions", "Fix", "FixKind",
+    "BVGeoError", "CallbackError", "CloseResult", "Environment", "ExtendedOptions", "Fix", "FixKind", "FixMode",
     "InvalidArgumentError", "MainQueue", "NotConfiguredError", "Parameters", "ReplayResult", "ReplaySummary",
     "ResetError", "StateError", "TrackError", "Tracker", "Trigger", "TriggerMode", "VirtualTimeError", "read_track",
     "replay", "version",

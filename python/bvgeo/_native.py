@@ -25,7 +25,8 @@ ERR_RESET_NAME_INVALID = 1002
 
 OPEN_OPTIONS_VERSION = 1
 PARAMETERS_VERSION = 1
-EXTENDED_OPTIONS_VERSION = 1
+EXTENDED_OPTIONS_VERSION = 2
+FIX_VERSION = 1
 CONSOLE_OPTIONS_VERSION = 1
 
 
@@ -79,9 +80,35 @@ class ExtendedOptions(ctypes.Structure):
         ("max_log_rows", ctypes.c_uint64),
         ("max_location_rows", ctypes.c_uint64),
         ("fence_listing_limit", ctypes.c_uint64),
-        # Zone cache (version 2).
+        # Version 2: zone cache.
         ("zone_cache", ctypes.c_uint64),
         ("prefetch_distance", ctypes.c_double),
+        # Version 2: robust triggers.
+        ("robust_triggers", ctypes.c_int),
+        ("exit_buffer_metres", ctypes.c_double),
+        ("accuracy_cap_metres", ctypes.c_double),
+        ("max_accuracy_metres", ctypes.c_double),
+        ("assumed_accuracy_metres", ctypes.c_double),
+        ("hdop_metres", ctypes.c_double),
+        ("max_speed", ctypes.c_double),
+        ("confirm_fixes", ctypes.c_int32),
+        ("confirm_seconds", ctypes.c_int64),
+        ("minimum_dwell_seconds", ctypes.c_int64),
+        ("use_two_dimensional_fixes", ctypes.c_int),
+    ]
+
+
+class Fix(ctypes.Structure):
+    _fields_ = [
+        ("version", ctypes.c_uint),
+        ("latitude", ctypes.c_double),
+        ("longitude", ctypes.c_double),
+        ("accuracy", ctypes.c_double),
+        ("time", ctypes.c_double),
+        ("speed", ctypes.c_double),
+        ("hdop", ctypes.c_double),
+        ("satellites_used", ctypes.c_int),
+        ("mode", ctypes.c_int),
     ]
 
 
@@ -179,6 +206,8 @@ bvgeo_get_database_path = _proto("bvgeo_get_database_path", _S, _P, _OUT_TEXT)
 
 bvgeo_push_location = _proto("bvgeo_push_location", _S, _P, ctypes.c_double, ctypes.c_double, ctypes.c_double,
                              ctypes.c_double, ctypes.c_int, ctypes.POINTER(ctypes.c_int))
+bvgeo_fix_init = _proto("bvgeo_fix_init", None, ctypes.POINTER(Fix))
+bvgeo_push_fix = _proto("bvgeo_push_fix", _S, _P, ctypes.POINTER(Fix), ctypes.c_int, ctypes.POINTER(ctypes.c_int))
 
 bvgeo_main_queue_run = _proto("bvgeo_main_queue_run", _S, _P)
 bvgeo_main_queue_stop = _proto("bvgeo_main_queue_stop", _S, _P)

@@ -123,7 +123,8 @@ def _play(fixes, skipped, directory, temporary, app_id, environment, api_base, a
         trimming = extended_options is not None and extended_options.max_log_rows > 0
         try:
             for fix in fixes:
-                if tracker.push_location(fix.latitude, fix.longitude, time=fix.time) > 0:
+                if tracker.push_location(fix.latitude, fix.longitude, fix.accuracy, fix.time, hdop=fix.hdop,
+                                         speed=fix.speed, satellites_used=fix.satellites_used, mode=fix.mode) > 0:
                     summary.fixes_delivered += 1
                 if trimming:
                     tally.update()

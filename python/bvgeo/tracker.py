@@ -28,7 +28,8 @@ from typing import Callable, Optional, Tuple, Union
 from . import _native as n
 from .errors import (BVGeoError, CallbackError, InvalidArgumentError, NotConfiguredError, ResetError, StateError,
                      VirtualTimeError)
-from .types import (CloseResult, Environment, ExtendedOptions, FixKind, MainQueue, Parameters, Trigger, TriggerMode)
+from .types import (CloseResult, Environment, ExtendedOptions, FixKind, FixMode, MainQueue, Parameters, Trigger,
+                    TriggerMode)
 
 Time = Union[int, float, _datetime.datetime]
 
@@ -37,6 +38,13 @@ console_log = logging.getLogger("bvgeo.console")
 
 _INT64 = (-(2 ** 63), 2 ** 63 - 1)
 _UINT64 = (0, 2 ** 64 - 1)
+
+# Robust triggers: the numeric fields ExtendedOptions shares with the C struct.
+_ROBUST_TRIGGER_FIELDS = ("exit_buffer_metres", "accuracy_cap_metres", "max_accuracy_metres",
+                          "assumed_accuracy_metres", "hdop_metres", "max_speed", "confirm_fixes", "confirm_seconds",
+                          "minimum_dwell_seconds")
+_ROBUST_TRIGGER_COUNTS = {"confirm_fixes": (-(2 ** 31), 2 ** 31 - 1), "confirm_seconds": _INT64,
+                          "minimum_dwell_seconds": _INT64}
 
 
 def _raise_for(status, what):
@@ -281,9 +289,15 @@ class Tracker:
         c = n.ExtendedOptions()
         n.bvgeo_extended_options_init(ctypes.byref(c))
         _raise_for(n.bvgeo_get_extended_options(self._h(), ctypes.byref(c)), "extended_options")
-        return ExtendedOptions(bool(c.durable_delivery), c.outbox_max_reports, c.outbox_max_age_seconds,
-                               c.max_log_rows, c.max_location_rows, c.fence_listing_limit,
-                               zone_cache=c.zone_cache, prefetch_distance=c.prefetch_distance)
+        options = ExtendedOptions(bool(c.durable_delivery), c.outbox_max_reports, c.outbox_max_age_seconds,
+                                  c.max_log_rows, c.max_location_rows, c.fence_listing_limit,
+                                  zone_cache=c.zone_cache, prefetch_distance=c.prefetch_distance)
+        # Robust triggers.
+        for name in _ROBUST_TRIGGER_FIELDS:
+            setattr(options, name, getattr(c, name))
+        options.robust_triggers = bool(c.robust_triggers)
+        options.use_two_dimensional_fixes = bool(c.use_two_dimensional_fixes)
+        return options
 
     @extended_options.setter
     def extended_options(self, options: ExtendedOptions) -> None:
@@ -299,6 +313,13 @@ class Tracker:
         c.fence_listing_limit = _integer(options.fence_listing_limit, "fence_listing_limit", _UINT64)
         c.zone_cache = _integer(options.zone_cache, "zone_cache", _UINT64)
         c.prefetch_distance = _number(options.prefetch_distance, "prefetch_distance")
+        # Robust triggers.
+        c.robust_triggers = 1 if options.robust_triggers else 0
+        c.use_two_dimensional_fixes = 1 if options.use_two_dimensional_fixes else 0
+        for name in _ROBUST_TRIGGER_FIELDS:
+            value = getattr(options, name)
+            setattr(c, name, _integer(value, name, _ROBUST_TRIGGER_COUNTS[name]) if name in _ROBUST_TRIGGER_COUNTS
+                    else _number(value, name))
         _raise_for(n.bvgeo_set_extended_options(self._h(), ctypes.byref(c)), "extended_options")
 
     def preload_zones(self, directory):
@@ -407,18 +428,32 @@ class Tracker:
     # ---- positions ----
 
     def push_location(self, latitude: float, longitude: float, accuracy: float = -1.0, time: Optional[Time] = None,
-                      kind: FixKind = FixKind.AUTOMATIC) -> int:
+                      kind: FixKind = FixKind.AUTOMATIC, *, hdop: float = -1.0, speed: float = -1.0,
+                      satellites_used: int = -1, mode: FixMode = FixMode.UNKNOWN) -> int:
         """One fix from the host's own location source, in bvgeo_push_location's
         order: degrees, horizontal accuracy in metres (negative: unknown), the time
         the fix was taken (seconds since 1970 or an aware datetime; None: the library
         clock's now), a FixKind. Returns how many trackers took it (0: stopped or
         filtered). In virtual time the first fix starts the clock unless start_time
         was given, a fix older than the clock raises ValueError, and everything the
-        fix started has run, callbacks included, when this returns."""
+        fix started has run, callbacks included, when this returns. hdop, speed
+        (m/s), satellites_used and mode (FixMode) tell more of the fix's quality
+        where the source knows it (bvgeo_push_fix); negative (or UNKNOWN) is unknown."""
         received = ctypes.c_int()
-        _raise_for(n.bvgeo_push_location(self._h(), _number(latitude, "latitude"), _number(longitude, "longitude"),
-                                         _number(accuracy, "accuracy"), _seconds(time, "time"),
-                                         _integer(int(kind), "kind"), ctypes.byref(received)), "push_location")
+        if hdop == -1.0 and speed == -1.0 and satellites_used == -1 and mode == FixMode.UNKNOWN:
+            _raise_for(n.bvgeo_push_location(self._h(), _number(latitude, "latitude"), _number(longitude, "longitude"),
+                                             _number(accuracy, "accuracy"), _seconds(time, "time"),
+                                             _integer(int(kind), "kind"), ctypes.byref(received)), "push_location")
+        else:
+            fix = n.Fix()
+            n.bvgeo_fix_init(ctypes.byref(fix))
+            fix.latitude, fix.longitude = _number(latitude, "latitude"), _number(longitude, "longitude")
+            fix.accuracy, fix.time = _number(accuracy, "accuracy"), _seconds(time, "time")
+            fix.hdop, fix.speed = _number(hdop, "hdop"), _number(speed, "speed")
+            fix.satellites_used = _integer(satellites_used, "satellites_used", (-(2 ** 31), 2 ** 31 - 1))
+            fix.mode = _integer(int(mode), "mode", (-(2 ** 31), 2 ** 31 - 1))
+            _raise_for(n.bvgeo_push_fix(self._h(), ctypes.byref(fix), _integer(int(kind), "kind"),
+                                        ctypes.byref(received)), "push_location")
         self._raise_callback_error()
         return received.value
 

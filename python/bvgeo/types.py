@@ -77,6 +77,20 @@ class ExtendedOptions:
     zone_cache: int = 0
     prefetch_distance: float = 0.0
 
+    # Robust triggers: hysteresis, the fixes' accuracy, confirmation and outlier
+    # rejection (TriggerFilterOptions in C++); the tunables count only when it is on.
+    robust_triggers: bool = False
+    exit_buffer_metres: float = 30.0
+    accuracy_cap_metres: float = 50.0
+    max_accuracy_metres: float = 100.0
+    assumed_accuracy_metres: float = 10.0
+    hdop_metres: float = 5.0
+    max_speed: float = 100.0
+    confirm_fixes: int = 3
+    confirm_seconds: int = 10
+    minimum_dwell_seconds: int = 120
+    use_two_dimensional_fixes: bool = False
+
 
 @dataclass(frozen=True)
 class CloseResult:
@@ -90,11 +104,24 @@ class CloseResult:
         return self.reports_owed - self.reports_in_outbox
 
 
+class FixMode(enum.IntEnum):
+    UNKNOWN = 0
+    NO_FIX = 1
+    TWO_D = 2
+    THREE_D = 3
+
+
 @dataclass(frozen=True)
 class Fix:
     latitude: float
     longitude: float
     time: float  # seconds since 1970-01-01 UTC
+    # What the source said of the fix's quality; negative (or UNKNOWN) where it said nothing.
+    accuracy: float = -1.0  # metres
+    hdop: float = -1.0
+    speed: float = -1.0     # metres per second
+    satellites_used: int = -1
+    mode: FixMode = FixMode.UNKNOWN
 
 
 @dataclass

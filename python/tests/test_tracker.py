@@ -313,3 +313,41 @@ def test_a_preloaded_zone_cache_answers_while_the_zone_server_cannot_be_reached(
         tracker.extended_options = options
         assert (tracker.extended_options.zone_cache, tracker.extended_options.prefetch_distance) == (8, 500.0)
         assert tracker.preload_zones(tmp_path / "shipped") == (1, 0)
+
+
+def test_robust_triggers_hold_the_fence_against_rim_noise_and_2d_fixes(data_dir, server):
+    received = []
+    with open_host(data_dir, server) as tracker:
+        tracker.extended_options = bvgeo.ExtendedOptions(robust_triggers=True, confirm_fixes=2, confirm_seconds=5)
+        assert (tracker.extended_options.robust_triggers, tracker.extended_options.confirm_fixes) == (True, 2)
+        tracker.on_trigger = received.append
+        assert tracker.start()
+        three_d = dict(accuracy=5.0, mode=bvgeo.FixMode.THREE_D)
+        two_d = dict(accuracy=5.0, mode=bvgeo.FixMode.TWO_D)
+        for metres, seconds, quality in [
+                (0, 0, three_d), (10, 10, three_d),                          # enter, confirmed by the second fix
+                (215, 200, three_d), (212, 210, three_d),                    # 12-15 m past the rim: the buffer holds
+                (300, 220, two_d), (310, 230, two_d),                        # 2D fixes change nothing,
+                (320, 240, dict(hdop=99.9)), (330, 250, dict(hdop=99.9)),    # nor fixes 500 m inaccurate
+                (340, 260, three_d), (350, 270, three_d)]:                   # the exit, confirmed
+            tracker.push_location(FENCE_LAT, east(metres), time=T0 + seconds, **quality)
+    assert [(t.event, t.timestamp - T0) for t in received] == [("enter", 10), ("exit", 270)]
+
+
+def test_tracks_keep_what_the_file_says_of_each_fix(tmp_path):
+    csv_file = tmp_path / "sensor.csv"
+    csv_file.write_text("timestamp_utc,lat,lon,hdop,mode,sats_used,speed_mps\n"
+                        "2026-02-02T19:37:37.000Z,60.37,25.24,1.4,3,6,0.5\n"
+                        "2026-02-02T19:37:38Z,60.37,25.24,,1,0,\n"          # no fix: skipped
+                        "2026-02-02T21:37:39.5+02:00,60.37,25.24,4.0,2,5,x\n")
+    fixes, skipped = bvgeo.read_track(csv_file)
+    assert skipped == 1
+    assert [(f.hdop, f.mode, f.satellites_used, f.speed) for f in fixes] == [
+        (1.4, bvgeo.FixMode.THREE_D, 6, 0.5), (4.0, bvgeo.FixMode.TWO_D, 5, -1.0)]
+    assert fixes[1].time - fixes[0].time == 2.5
+    gpx = tmp_path / "walk.gpx"
+    gpx.write_text('<gpx xmlns="http://www.topografix.com/GPX/1/1"><trk><trkseg>'
+                   '<trkpt lat="51" lon="0"><time>2014-05-10T07:20:55Z</time><fix>2d</fix><pdop>3</pdop>'
+                   '<extensions><accuracy>12</accuracy></extensions></trkpt></trkseg></trk></gpx>')
+    (fix,), _ = bvgeo.read_track(gpx)
+    assert (fix.mode, fix.hdop, fix.accuracy) == (bvgeo.FixMode.TWO_D, 3.0, 12.0)

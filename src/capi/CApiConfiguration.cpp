@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <optional>
+#include <string>
 
 namespace {
 
@@ -34,11 +36,65 @@ bvgeo_extended_options cExtendedOptions(const bvgeo::ExtendedOptions& extended) 
     // Zone cache (version 2).
     options.zone_cache = extended.zoneCache;
     options.prefetch_distance = extended.prefetchDistance;
+    // Robust triggers.
+    const bvgeo::TriggerFilterOptions& filter = extended.triggerFilter;
+    options.robust_triggers = filter.robustTriggers ? 1 : 0;
+    options.exit_buffer_metres = filter.exitBufferMetres;
+    options.accuracy_cap_metres = filter.accuracyCapMetres;
+    options.max_accuracy_metres = filter.maxAccuracyMetres;
+    options.assumed_accuracy_metres = filter.assumedAccuracyMetres;
+    options.hdop_metres = filter.hdopMetres;
+    options.max_speed = filter.maxSpeed;
+    options.confirm_fixes = filter.confirmFixes;
+    options.confirm_seconds = filter.confirmSeconds;
+    options.minimum_dwell_seconds = filter.minimumDwellSeconds;
+    options.use_two_dimensional_fixes = filter.useTwoDimensionalFixes ? 1 : 0;
     return options;
 }
 
 // A version-1 struct ends where the first field of version 2 begins.
 constexpr std::size_t kVersion1Size = offsetof(bvgeo_extended_options, zone_cache);
+
+// The robust-trigger fields of a version-2 struct, checked; a problem text when one is out of range.
+std::optional<std::string> readTriggerFilter(const bvgeo_extended_options& o, bvgeo::TriggerFilterOptions& filter) {
+    const auto flag = [](const char* name, int value) -> std::optional<std::string> {
+        if (value == 0 || value == 1) return std::nullopt;
+        return std::string("options->") + name + " " + std::to_string(value) + " is not 0 or 1";
+    };
+    const auto metres = [](const char* name, double value, bool zeroAllowed) -> std::optional<std::string> {
+        if (std::isfinite(value) && (value > 0 || (zeroAllowed && value == 0))) return std::nullopt;
+        return outOfRange("options", name, number(value), zeroAllowed ? ">= 0" : "> 0");
+    };
+    const auto count = [](const char* name, std::int64_t value, std::int64_t least,
+                          std::int64_t most) -> std::optional<std::string> {
+        if (value >= least && value <= most) return std::nullopt;
+        const std::string rule = std::to_string(least) + ".." + std::to_string(most);
+        return outOfRange("options", name, std::to_string(value), rule.c_str());
+    };
+    for (auto problem : {flag("robust_triggers", o.robust_triggers),
+                         metres("exit_buffer_metres", o.exit_buffer_metres, true),
+                         metres("accuracy_cap_metres", o.accuracy_cap_metres, true),
+                         metres("max_accuracy_metres", o.max_accuracy_metres, false),
+                         metres("assumed_accuracy_metres", o.assumed_accuracy_metres, true),
+                         metres("hdop_metres", o.hdop_metres, false), metres("max_speed", o.max_speed, false),
+                         count("confirm_fixes", o.confirm_fixes, 1, 1000),
+                         count("confirm_seconds", o.confirm_seconds, 0, 86400),
+                         count("minimum_dwell_seconds", o.minimum_dwell_seconds, 0, 86400),
+                         flag("use_two_dimensional_fixes", o.use_two_dimensional_fixes)})
+        if (problem) return problem;
+    filter.robustTriggers = o.robust_triggers == 1;
+    filter.exitBufferMetres = o.exit_buffer_metres;
+    filter.accuracyCapMetres = o.accuracy_cap_metres;
+    filter.maxAccuracyMetres = o.max_accuracy_metres;
+    filter.assumedAccuracyMetres = o.assumed_accuracy_metres;
+    filter.hdopMetres = o.hdop_metres;
+    filter.maxSpeed = o.max_speed;
+    filter.confirmFixes = o.confirm_fixes;
+    filter.confirmSeconds = o.confirm_seconds;
+    filter.minimumDwellSeconds = o.minimum_dwell_seconds;
+    filter.useTwoDimensionalFixes = o.use_two_dimensional_fixes == 1;
+    return std::nullopt;
+}
 
 } // namespace
 
@@ -175,7 +231,7 @@ bvgeo_status bvgeo_set_extended_options(bvgeo_tracker* tracker, const bvgeo_exte
     CAPI_BEGIN
     SESSION(tracker);
     CHECK_NOT_NULL(options);
-    if (options->version != 1)
+    if (options->version != 1) // a version-1 struct is read up to its end
         CHECK_VERSION("options", options->version, BVGEO_EXTENDED_OPTIONS_VERSION, bvgeo_extended_options_init);
     if (options->durable_delivery != 0 && options->durable_delivery != 1)
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT,
@@ -198,7 +254,7 @@ bvgeo_status bvgeo_set_extended_options(bvgeo_tracker* tracker, const bvgeo_exte
     extended.maxLogRows = static_cast<std::size_t>(options->max_log_rows);
     extended.maxLocationRows = static_cast<std::size_t>(options->max_location_rows);
     extended.fenceListingLimit = static_cast<std::size_t>(options->fence_listing_limit);
-    // Zone cache (version 2).
+    // Version 2: zone cache.
     if (options->version >= 2) {
         if (options->zone_cache > kMaxSize)
             return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "options->zone_cache is too large for this platform");
@@ -207,6 +263,9 @@ bvgeo_status bvgeo_set_extended_options(bvgeo_tracker* tracker, const bvgeo_exte
                                                                number(options->prefetch_distance), "metres >= 0"));
         extended.zoneCache = static_cast<std::size_t>(options->zone_cache);
         extended.prefetchDistance = options->prefetch_distance;
+        // Robust triggers.
+        if (auto problem = readTriggerFilter(*options, extended.triggerFilter))
+            return FAIL(BVGEO_ERR_INVALID_ARGUMENT, *problem);
     }
     BVGeoTracker::sharedInstance().setExtendedOptions(extended);
     return succeed();

@@ -12,6 +12,20 @@ using namespace bvgeo::capi;
 
 extern "C" {
 
+namespace {
+
+// Hands a checked fix to the session; 0 as its time is the clock's now.
+bvgeo_status pushChecked(Session& session, const bvgeo::Location& fix, int kind, int* received) {
+    std::string refused;
+    const auto got = session.push(fix, static_cast<bvgeo::SimulatedDelivery>(kind), refused);
+    if (!refused.empty()) return FAIL(BVGEO_ERR_INVALID_ARGUMENT, refused);
+    if (!got) return FAIL(BVGEO_ERR_TIMEOUT, "virtual time: the library kept busy past its bounds");
+    if (received) *received = *got;
+    return succeed();
+}
+
+} // namespace
+
 bvgeo_status bvgeo_push_location(bvgeo_tracker* tracker, double latitude, double longitude, double accuracy,
                                  double time, int kind, int* received) {
     CAPI_BEGIN
@@ -28,12 +42,46 @@ bvgeo_status bvgeo_push_location(bvgeo_tracker* tracker, double latitude, double
     if (session->mode() == MainQueueMode::VirtualTime) NOT_FROM_CALLBACK();
     bvgeo::Location fix{latitude, longitude, time};
     fix.horizontalAccuracy = accuracy < 0 ? -1.0 : accuracy;
-    std::string refused;
-    const auto got = session->push(fix, static_cast<bvgeo::SimulatedDelivery>(kind), refused);
-    if (!refused.empty()) return FAIL(BVGEO_ERR_INVALID_ARGUMENT, refused);
-    if (!got) return FAIL(BVGEO_ERR_TIMEOUT, "virtual time: the library kept busy past its bounds");
-    if (received) *received = *got;
-    return succeed();
+    return pushChecked(*session, fix, kind, received);
+    CAPI_END
+}
+
+void bvgeo_fix_init(bvgeo_fix* fix) {
+    if (!fix) return;
+    *fix = bvgeo_fix{};
+    fix->version = BVGEO_FIX_VERSION;
+    fix->accuracy = -1.0;
+    fix->speed = -1.0;
+    fix->hdop = -1.0;
+    fix->satellites_used = -1;
+    fix->mode = BVGEO_FIX_MODE_UNKNOWN;
+}
+
+bvgeo_status bvgeo_push_fix(bvgeo_tracker* tracker, const bvgeo_fix* fix, int kind, int* received) {
+    CAPI_BEGIN
+    SESSION(tracker);
+    CHECK_NOT_NULL(fix);
+    CHECK_VERSION("fix", fix->version, BVGEO_FIX_VERSION, bvgeo_fix_init);
+    if (!std::isfinite(fix->latitude) || fix->latitude < -90 || fix->latitude > 90)
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "fix->latitude " + number(fix->latitude) + " is outside -90..90");
+    if (!std::isfinite(fix->longitude) || fix->longitude < -180 || fix->longitude > 180)
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "fix->longitude " + number(fix->longitude) + " is outside -180..180");
+    if (auto problem = bvgeo::capi::timeProblem("fix->time", fix->time))
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, *problem);
+    if (fix->mode < BVGEO_FIX_MODE_UNKNOWN || fix->mode > BVGEO_FIX_MODE_3D)
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "fix->mode " + std::to_string(fix->mode) + " is not a BVGEO_FIX_MODE_* value");
+    if (kind < BVGEO_FIX_AUTOMATIC || kind > BVGEO_FIX_SIGNIFICANT_CHANGE)
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "kind " + std::to_string(kind) + " is not a BVGEO_FIX_* value");
+    if (session->mode() == MainQueueMode::VirtualTime) NOT_FROM_CALLBACK();
+    // Quality figures the library cannot use say nothing: they become "unknown".
+    const auto known = [](double value) { return std::isnan(value) || value < 0 ? -1.0 : value; };
+    bvgeo::Location location{fix->latitude, fix->longitude, fix->time};
+    location.horizontalAccuracy = known(fix->accuracy);
+    location.speed = std::isfinite(fix->speed) ? known(fix->speed) : -1.0;
+    location.hdop = known(fix->hdop);
+    location.satellitesUsed = fix->satellites_used < 0 ? -1 : fix->satellites_used;
+    location.fixMode = static_cast<bvgeo::FixMode>(fix->mode);
+    return pushChecked(*session, location, kind, received);
     CAPI_END
 }
 

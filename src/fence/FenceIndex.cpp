@@ -1,5 +1,7 @@
 #include "fence/FenceIndex.hpp"
 
+#include "fence/FenceDistance.hpp"
+
 #include "platform/Geodesic.hpp"
 #include "platform/Wgs84.hpp"
 
@@ -472,6 +474,65 @@ FenceList FenceIndex::insideFences(double latitude, double longitude) const {
         inside.push_back(fences_[hits[i]]);
     }
     return inside;
+}
+
+FenceList FenceIndex::fencesNear(double latitude, double longitude, double margin) const {
+    FenceList near;
+    if (!validPosition(latitude, longitude) || !(margin >= 0.0) || !std::isfinite(margin)) return near;
+    longitude = normalizedLongitude(longitude);
+
+    // Every fence whose disc comes within `margin` has a point inside it within
+    // `margin` of the position, and the grid lists the fence in that point's cell: so
+    // the cells of the box around the position hold every answer.
+    const double reach = margin + kAbsoluteSlack;
+    const double latitudeHalf = reach / kMinMetresPerDegreeLatitude * kBoxMargin;
+    const double poleward = std::abs(latitude) + latitudeHalf;
+    std::vector<std::uint32_t> candidates;
+    bool scanAll = poleward > kPolarLimitDegrees;
+    if (!scanAll) {
+        const double longitudeHalf =
+            reach / (kMinMetresPerDegreeLongitudeAtEquator * std::cos(poleward * kDegree)) * kBoxMargin;
+        const auto firstRow = gridIndex(latitude - latitudeHalf + 90.0, cellDegrees_);
+        const auto lastRow = gridIndex(latitude + latitudeHalf + 90.0, cellDegrees_);
+        const auto firstColumn = gridIndex(longitude - longitudeHalf + 180.0, cellDegrees_);
+        const auto lastColumn = gridIndex(longitude + longitudeHalf + 180.0, cellDegrees_);
+        constexpr std::int64_t kMostCells = 256;
+        // Near the antimeridian the columns wrap; scanning everything is simpler there.
+        scanAll = (lastRow - firstRow + 1) * (lastColumn - firstColumn + 1) > kMostCells ||
+                  longitude - longitudeHalf <= -180.0 || longitude + longitudeHalf >= 180.0;
+        for (auto row = firstRow; !scanAll && row <= lastRow; ++row) {
+            for (auto column = firstColumn; column <= lastColumn; ++column) {
+                const std::uint32_t* entry = nullptr;
+                const std::uint32_t* entriesEnd = nullptr;
+                if (!grid_.empty()) {
+                    const auto gridRow = static_cast<std::uint64_t>(row - gridRow_);
+                    const auto gridColumn = static_cast<std::uint64_t>(column - gridColumn_);
+                    if (gridRow < gridHeight_ && gridColumn < gridWidth_) {
+                        const std::size_t cell = gridRow * gridWidth_ + gridColumn;
+                        entry = entries_.data() + grid_[cell];
+                        entriesEnd = entries_.data() + grid_[cell + 1];
+                    }
+                } else if (const CellSlot* cell = findCell(static_cast<std::uint64_t>(row) * columns_ +
+                                                           static_cast<std::uint64_t>(column))) {
+                    entry = entries_.data() + cell->begin;
+                    entriesEnd = entries_.data() + cell->end;
+                }
+                for (; entry != entriesEnd; ++entry) candidates.push_back(*entry >> 1);
+            }
+        }
+        for (const SphereDisc& disc : everywhere_) candidates.push_back(disc.index);
+    }
+    if (scanAll) {
+        candidates.resize(fences_.size());
+        for (std::size_t i = 0; i < fences_.size(); ++i) candidates[i] = static_cast<std::uint32_t>(i);
+    }
+    std::sort(candidates.begin(), candidates.end());
+    candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
+    for (std::uint32_t index : candidates) {
+        const auto& fence = fences_[index];
+        if (fence && signedDistanceToRim(*fence, latitude, longitude) < margin) near.push_back(fence);
+    }
+    return near;
 }
 
 } // namespace bvgeo

@@ -28,6 +28,11 @@ public:
     // The fences that contain the position, in the order of the list.
     FenceList insideFences(double latitude, double longitude) const;
 
+    // The fences that contain the position or whose rim lies less than `margin`
+    // metres from it (signedDistanceToRim below `margin`), in the order of the list.
+    // Looks at the grid cells within `margin`; meant for margins of tens of metres.
+    FenceList fencesNear(double latitude, double longitude, double margin) const;
+
     const FenceList& fences() const { return fences_; }
 
 private:

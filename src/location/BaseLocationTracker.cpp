@@ -6,6 +6,7 @@
 #include "logger/Logger.hpp"
 #include "models/DebugLocation.hpp"
 #include "settings/TrackerSettings.hpp"
+#include "trigger/TriggerManager.hpp"
 
 #include "platform/NumberText.hpp"
 #include <bvgeo/platform/Platform.hpp>
@@ -31,7 +32,10 @@ void BaseLocationTracker::configure(LocationTrackerFencePosition position) {
     manager.setDelegate(this);
     manager.setActivityType(ActivityType::Other);
     manager.setDesiredAccuracy(config.locationAccuracy);
-    manager.setDistanceFilter(config.locationDistanceFilt);
+    // Robust triggers confirm a change with the fixes that follow it; a still device
+    // would send none through the distance filter (nor the duplicate filter, above).
+    manager.setDistanceFilter(confirming_.load(std::memory_order_acquire) ? kDistanceFilterNone
+                                                                          : config.locationDistanceFilt);
     manager.setPausesLocationUpdatesAutomatically(position != LocationTrackerFencePosition::Inside);
     if (settings.isDebug())
         Logger::log(logString_ + " configure with " + std::string(rawValue(position)), LogCategory::GENERAL,
@@ -92,7 +96,10 @@ void BaseLocationTracker::locationManagerDidUpdateLocations(LocationManager& man
     Location accepted;
     {
         std::lock_guard lock(positionMutex_);
-        if (isDuplicateUpdate(lastPosition_.distanceFrom(newest), now, lastPositionTime_, config.lingerTime)) return;
+        // While robust triggers wait for confirming fixes, a repeat is one of them.
+        if (isDuplicateUpdate(lastPosition_.distanceFrom(newest), now, lastPositionTime_, config.lingerTime) &&
+            !confirming_.load(std::memory_order_acquire))
+            return;
         lastPosition_ = newest;
         lastPositionTime_ = now;
         accepted = lastPosition_;
@@ -121,6 +128,9 @@ void BaseLocationTracker::fencesProcessed(const FenceList&, const ActiveFenceLis
     for (const auto& fence : activeFences)
         if (fence) activatedAt.push_back(fence->activatedAt);
     auto maxLingerTime = TrackerSettings::sharedInstance().config().maxLingerTime;
+    confirming_.store(TrackerSettings::sharedInstance().extendedOptions().triggerFilter.robustTriggers &&
+                          TriggerManager::sharedInstance().awaitingConfirmation(),
+                      std::memory_order_release);
     configure(fencePositionFor(activatedAt, platform().clock->now(), maxLingerTime));
 }
 

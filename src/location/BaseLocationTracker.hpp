@@ -65,6 +65,7 @@ private:
     const std::string logString_;
     const TriggerLocationEventType triggerLocationEventType_;
     std::atomic<bool> isEnabled_{false};
+    std::atomic<bool> confirming_{false}; // robust triggers wait for fixes: no distance or duplicate filter
 };
 
 } // namespace bvgeo

@@ -2,17 +2,33 @@
 
 #include "fence/FenceManager.hpp"
 #include "logger/Logger.hpp"
+#include "settings/TrackerSettings.hpp"
 #include "trigger/TriggerManager.hpp"
 
 namespace bvgeo {
 
 void LocationMonitoring::triggerActiveFences(const Location& location, TriggerLocationEventType type,
                                              FenceProcessingCallback callback) {
+    if (TrackerSettings::sharedInstance().extendedOptions().triggerFilter.robustTriggers)
+        return triggerFilteredFences(location, type, std::move(callback));
     getInsideFences(location, [type, callback = std::move(callback)](FenceList inside) {
         auto fences = std::make_shared<const FenceList>(std::move(inside));
         callTriggerFences(*fences, type, [fences, callback](const ActiveFenceList& active) {
             if (callback) callback(*fences, active);
         });
+    });
+}
+
+void LocationMonitoring::triggerFilteredFences(const Location& location, TriggerLocationEventType type,
+                                               FenceProcessingCallback callback) {
+    getFencesForLocation(location, [location, type, callback = std::move(callback)](std::shared_ptr<const FenceIndex> list) {
+        auto fences = std::make_shared<const FenceList>(list->insideFences(location.latitude, location.longitude));
+        FilteredFix fix{location, std::move(list)};
+        callTriggerFences(
+            *fences, type, [fences, callback](const ActiveFenceList& active) {
+                if (callback) callback(*fences, active);
+            },
+            std::move(fix));
     });
 }
 
@@ -32,11 +48,12 @@ bool LocationMonitoring::isLocationInsideFence(const Location& location, const F
 }
 
 void LocationMonitoring::callTriggerFences(FenceList fences, TriggerLocationEventType type,
-                                           std::function<void(const ActiveFenceList& activeFences)> success) {
+                                           std::function<void(const ActiveFenceList& activeFences)> success,
+                                           std::optional<FilteredFix> fix) {
     std::string text = "Inside Fences: ";
     for (const auto& fence : fences) text += fence->id + ", ";
     Logger::log(text, LogCategory::FENCE, "callTriggerFences(_:triggerLocationEventType:success:)", 62);
-    TriggerManager::processInsideFences(std::move(fences), type, std::move(success));
+    TriggerManager::processInsideFences(std::move(fences), type, std::move(success), std::move(fix));
 }
 
 } // namespace bvgeo

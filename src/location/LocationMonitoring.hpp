@@ -8,12 +8,14 @@
 
 #include "fence/FenceIndex.hpp"
 #include "models/ActiveFence.hpp"
+#include "trigger/RobustTriggerPlanner.hpp"
 
 #include <bvgeo/ConfigOptions.hpp>
 #include <bvgeo/platform/LocationService.hpp>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace bvgeo {
@@ -30,7 +32,14 @@ public:
                                      std::function<void(std::shared_ptr<const FenceIndex> fences)> success);
     static bool isLocationInsideFence(const Location& location, const Fence& fence);
     static void callTriggerFences(FenceList fences, TriggerLocationEventType type,
-                                  std::function<void(const ActiveFenceList& activeFences)> success);
+                                  std::function<void(const ActiveFenceList& activeFences)> success,
+                                  std::optional<FilteredFix> fix = std::nullopt);
+
+private:
+    // Robust triggers: the same road, with the fix and its fence list going along
+    // for the engine to judge.
+    static void triggerFilteredFences(const Location& location, TriggerLocationEventType type,
+                                      FenceProcessingCallback callback);
 };
 
 } // namespace bvgeo

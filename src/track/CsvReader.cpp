@@ -12,17 +12,25 @@
 namespace bvgeo {
 namespace {
 
-enum Column { kTime, kLatitude, kLongitude, kColumns };
+enum Column { kTime, kLatitude, kLongitude, kAccuracy, kHdop, kSpeed, kSatellites, kMode, kColumns };
+// The first three are required; the rest are read when present.
+constexpr int kRequiredColumns = 3;
 
 struct ColumnNames {
-    std::array<std::string_view, 3> accepted;
+    std::array<std::string_view, 6> accepted;
     const char* described;
 };
 
 constexpr ColumnNames kColumnNames[kColumns] = {
-    {{"time", "timestamp", ""}, "time (or timestamp)"},
-    {{"lat", "latitude", ""}, "lat (or latitude)"},
+    {{"time", "timestamp", "time_utc", "timestamp_utc", "datetime", "date_time"},
+     "time (or timestamp, time_utc, timestamp_utc, datetime)"},
+    {{"lat", "latitude"}, "lat (or latitude)"},
     {{"lon", "lng", "longitude"}, "lon (or lng, longitude)"},
+    {{"accuracy", "accuracy_m", "horizontal_accuracy", "hacc", "hacc_m"}, "accuracy"},
+    {{"hdop"}, "hdop"},
+    {{"speed", "speed_mps", "speed_ms"}, "speed"},
+    {{"sats", "sats_used", "satellites", "satellites_used", "num_sats"}, "satellites"},
+    {{"mode", "fix", "fix_mode"}, "mode"},
 };
 
 std::optional<Column> columnNamed(std::string_view name) {
@@ -49,6 +57,23 @@ std::optional<double> parseCsvTime(std::string_view text) {
     return parseIsoDateTime(text);
 }
 
+// gpsd's numbering (0 unknown, 1 no fix, 2, 3) or words such as "2d", "3D", "none".
+FixMode parseMode(std::string_view text) {
+    text = trim(text);
+    if (text == "1" || equalsIgnoreCase(text, "none") || equalsIgnoreCase(text, "nofix") ||
+        equalsIgnoreCase(text, "no fix"))
+        return FixMode::NoFix;
+    if (text == "2" || equalsIgnoreCase(text, "2d")) return FixMode::TwoD;
+    if (text == "3" || equalsIgnoreCase(text, "3d")) return FixMode::ThreeD;
+    return FixMode::Unknown;
+}
+
+int parseSatellites(std::string_view text) {
+    const auto value = parseDecimal(trim(text));
+    return value && *value >= 0.0 && *value <= 1000.0 && *value == static_cast<int>(*value) ? static_cast<int>(*value)
+                                                                                           : -1;
+}
+
 } // namespace
 
 bool isCsvTrackHeader(std::string_view line) {
@@ -57,7 +82,8 @@ bool isCsvTrackHeader(std::string_view line) {
     CsvRecordReader::Record names;
     if (reader.next(names) != CsvRecordReader::Status::Record) return false;
     for (const std::string& name : names.fields) {
-        if (columnNamed(trim(name))) return true;
+        const auto column = columnNamed(trim(name));
+        if (column && *column < kRequiredColumns) return true;
     }
     return false;
 }
@@ -78,10 +104,13 @@ void readCsv(std::string_view content, TrackFixCollector& fixes) {
         if (column && !index[*column]) index[*column] = i;
     }
     std::string missing;
-    for (int column = 0; column < kColumns; ++column) {
+    for (int column = 0; column < kRequiredColumns; ++column) {
         if (!index[column]) missing += std::string(missing.empty() ? "" : ", ") + kColumnNames[column].described;
     }
     if (!missing.empty()) return fixes.fail(record.line, "the header has no column " + missing);
+    const auto text = [&](Column column) -> std::string_view {
+        return index[column] ? std::string_view(fields[*index[column]]) : std::string_view();
+    };
 
     while ((status = reader.next(record)) != Status::End) {
         const std::size_t lineNumber = record.line;
@@ -90,13 +119,19 @@ void readCsv(std::string_view content, TrackFixCollector& fixes) {
             fixes.skip(TrackSkip::BadCoordinates, lineNumber);
             continue;
         }
-        const auto latitude = parseDecimal(trim(fields[*index[kLatitude]]));
-        const auto longitude = parseDecimal(trim(fields[*index[kLongitude]]));
+        TrackFixQuality quality;
+        quality.mode = parseMode(text(kMode));
+        if (quality.mode == FixMode::NoFix) {
+            fixes.skip(TrackSkip::NoFix, lineNumber);
+            continue;
+        }
+        const auto latitude = parseDecimal(trim(text(kLatitude)));
+        const auto longitude = parseDecimal(trim(text(kLongitude)));
         if (!latitude || !longitude) {
             fixes.skip(TrackSkip::BadCoordinates, lineNumber);
             continue;
         }
-        const std::string_view timeText = trim(fields[*index[kTime]]);
+        const std::string_view timeText = trim(text(kTime));
         if (timeText.empty()) {
             fixes.skip(TrackSkip::NoTime, lineNumber);
             continue;
@@ -106,7 +141,11 @@ void readCsv(std::string_view content, TrackFixCollector& fixes) {
             fixes.skip(TrackSkip::BadTime, lineNumber);
             continue;
         }
-        fixes.add(*latitude, *longitude, *time, lineNumber);
+        quality.accuracy = positiveOrUnknown(text(kAccuracy));
+        quality.hdop = positiveOrUnknown(text(kHdop));
+        quality.speed = nonNegativeOrUnknown(text(kSpeed));
+        quality.satellites = parseSatellites(text(kSatellites));
+        fixes.add(*latitude, *longitude, *time, lineNumber, quality);
     }
 }
 

@@ -24,12 +24,29 @@ std::string_view localName(const XML_Char* name) {
     return separator == std::string_view::npos ? full : full.substr(separator + 1);
 }
 
+// The point's children and extensions that say something about its quality.
+enum class Field { None, Time, Hdop, Pdop, Fix, Satellites, Speed, Accuracy };
+
+Field fieldNamed(std::string_view local, bool directChild) {
+    if (directChild && local == "time") return Field::Time;
+    if (local == "hdop") return Field::Hdop;
+    if (local == "pdop") return Field::Pdop;
+    if (local == "fix") return Field::Fix;
+    if (local == "sat") return Field::Satellites;
+    if (local == "speed") return Field::Speed;
+    // Accuracy in metres, as recording apps write it into their extensions.
+    if (local == "accuracy" || local == "hacc" || local == "horizontalAccuracy" || local == "horizontal_accuracy")
+        return Field::Accuracy;
+    return Field::None;
+}
+
 struct RawPoint {
     std::string latitude;
     std::string longitude;
     std::string time;
     bool hasTime = false;
     std::size_t line = 0;
+    std::string hdop, pdop, fix, satellites, speed, accuracy;
 };
 
 class GpxParse {
@@ -44,7 +61,7 @@ public:
     }
     static void XMLCALL onText(void* self, const XML_Char* text, int length) {
         static_cast<GpxParse*>(self)->guarded([&](GpxParse& p) {
-            if (p.mInTime) p.mPoint.time.append(text, static_cast<std::size_t>(length));
+            if (std::string* into = p.captured()) into->append(text, static_cast<std::size_t>(length));
         });
     }
 
@@ -69,6 +86,20 @@ private:
         }
     }
 
+    std::string* captured() {
+        switch (mField) {
+        case Field::None: return nullptr;
+        case Field::Time: return &mPoint.time;
+        case Field::Hdop: return &mPoint.hdop;
+        case Field::Pdop: return &mPoint.pdop;
+        case Field::Fix: return &mPoint.fix;
+        case Field::Satellites: return &mPoint.satellites;
+        case Field::Speed: return &mPoint.speed;
+        case Field::Accuracy: return &mPoint.accuracy;
+        }
+        return nullptr;
+    }
+
     void abort(std::string_view message) {
         mFixes.fail(XML_GetCurrentLineNumber(mParser), message);
         XML_StopParser(mParser, XML_FALSE);
@@ -91,15 +122,17 @@ private:
                 if (key == "lat") mPoint.latitude = attribute[1];
                 else if (key == "lon") mPoint.longitude = attribute[1];
             }
-        } else if (mPointDepth > 0 && mDepth == mPointDepth + 1 && local == "time") {
-            mInTime = true;
-            mPoint.hasTime = true;
-            mPoint.time.clear();
+        } else if (mPointDepth > 0 && mField == Field::None) {
+            mField = fieldNamed(local, mDepth == mPointDepth + 1);
+            if (mField == Field::None) return;
+            mFieldDepth = mDepth;
+            if (mField == Field::Time) mPoint.hasTime = true;
+            captured()->clear();
         }
     }
 
     void end(const XML_Char*) {
-        if (mInTime && mDepth == mPointDepth + 1) mInTime = false;
+        if (mField != Field::None && mDepth == mFieldDepth) mField = Field::None;
         if (mDepth == mPointDepth) {
             mPointDepth = 0;
             if (mPointKind == PointKind::Track) {
@@ -120,7 +153,20 @@ private:
         if (timeText.empty()) return mFixes.skip(TrackSkip::NoTime, point.line);
         const auto time = parseIsoDateTime(timeText);
         if (!time) return mFixes.skip(TrackSkip::BadTime, point.line);
-        mFixes.add(*latitude, *longitude, *time, point.line);
+        TrackFixQuality quality;
+        const std::string_view fix = trim(point.fix);
+        if (fix == "none") return mFixes.skip(TrackSkip::NoFix, point.line);
+        if (fix == "2d") quality.mode = FixMode::TwoD;
+        else if (fix == "3d") quality.mode = FixMode::ThreeD;
+        // PDOP is never below HDOP, so it stands in for a missing HDOP on the safe side.
+        quality.hdop = positiveOrUnknown(point.hdop);
+        if (quality.hdop < 0.0) quality.hdop = positiveOrUnknown(point.pdop);
+        quality.accuracy = positiveOrUnknown(point.accuracy);
+        quality.speed = nonNegativeOrUnknown(point.speed);
+        if (const auto satellites = parseDecimal(trim(point.satellites)); satellites && *satellites >= 0 &&
+                                                                           *satellites <= 1000)
+            quality.satellites = static_cast<int>(*satellites);
+        mFixes.add(*latitude, *longitude, *time, point.line, quality);
     }
 
     XML_Parser mParser;
@@ -129,7 +175,8 @@ private:
     int mPointDepth = 0; // depth of the open point element, 0 outside one
     PointKind mPointKind = PointKind::Track;
     RawPoint mPoint;
-    bool mInTime = false;
+    Field mField = Field::None; // the quality child being read, if any
+    int mFieldDepth = 0;
     bool mSawTrackPoint = false;
     std::vector<RawPoint> mOtherPoints;
 };

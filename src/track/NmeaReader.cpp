@@ -16,6 +16,7 @@ namespace {
 
 constexpr double kSecondsPerDay = 86400.0;
 constexpr double kHalfDay = 43200.0;
+constexpr double kMetresPerSecondPerKnot = 1852.0 / 3600.0;
 
 std::optional<int> hexDigit(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -96,7 +97,7 @@ public:
         // Talker (two letters, any) and sentence type; proprietary sentences start with P.
         if (address.size() != 5 || address[0] == 'P' || comma == std::string_view::npos) return;
         const std::string_view type = address.substr(2);
-        if (type != "RMC" && type != "GGA" && type != "GLL" && type != "ZDA") return;
+        if (type != "RMC" && type != "GGA" && type != "GLL" && type != "ZDA" && type != "GSA" && type != "GST") return;
 
         if (star != std::string_view::npos && !checksumMatches(body, line.substr(star + 1))) {
             return mFixes.skip(TrackSkip::BadChecksum, mLine);
@@ -105,6 +106,8 @@ public:
         if (type == "RMC") rmc();
         else if (type == "GGA") gga();
         else if (type == "GLL") gll();
+        else if (type == "GSA") gsa();
+        else if (type == "GST") gst();
         else zda();
     }
 
@@ -119,6 +122,7 @@ private:
     struct WaitingFix {
         double latitude, longitude, secondsOfDay;
         std::size_t line;
+        TrackFixQuality quality;
     };
 
     std::string_view field(std::size_t index) const { return index < mFields.size() ? mFields[index] : ""; }
@@ -146,7 +150,9 @@ private:
             observe(time);
         }
         if (field(2) != "A" || field(12) == "N") return mFixes.skip(TrackSkip::NoFix, mLine);
-        position(field(3), field(4), field(5), field(6), time);
+        TrackFixQuality quality;
+        if (const double knots = nonNegativeOrUnknown(field(7)); knots >= 0.0) quality.speed = knots * kMetresPerSecondPerKnot;
+        position(field(3), field(4), field(5), field(6), time, quality);
     }
 
     // $--GGA,time,lat,N/S,lon,E/W,quality,satellites,...
@@ -155,7 +161,11 @@ private:
         observe(time);
         const std::string_view quality = field(6);
         if (quality.empty() || quality == "0") return mFixes.skip(TrackSkip::NoFix, mLine);
-        position(field(2), field(3), field(4), field(5), time);
+        TrackFixQuality said;
+        said.hdop = positiveOrUnknown(field(8));
+        if (const auto satellites = parseDecimal(field(7)); satellites && *satellites >= 0 && *satellites <= 1000)
+            said.satellites = static_cast<int>(*satellites);
+        position(field(2), field(3), field(4), field(5), time, said);
     }
 
     // $--GLL,lat,N/S,lon,E/W[,time,status[,mode]]; before NMEA 2.0 it ended at E/W.
@@ -163,7 +173,34 @@ private:
         const TimeField time = readTime(field(5));
         observe(time);
         if (field(6) == "V" || field(7) == "N") return mFixes.skip(TrackSkip::NoFix, mLine);
-        position(field(1), field(2), field(3), field(4), time);
+        position(field(1), field(2), field(3), field(4), time, {});
+    }
+
+    // $--GSA,selection,mode,12 satellite ids,PDOP,HDOP,VDOP: no time of its own, so
+    // it speaks for the fix its cycle has made so far.
+    void gsa() {
+        TrackFixQuality said;
+        const std::string_view mode = field(2);
+        if (mode == "1") said.mode = FixMode::NoFix;
+        else if (mode == "2") said.mode = FixMode::TwoD;
+        else if (mode == "3") said.mode = FixMode::ThreeD;
+        said.hdop = positiveOrUnknown(field(16));
+        mFixes.amendLast(said);
+    }
+
+    // $--GST,time,rms,semi-major,semi-minor,orientation,latitude error,longitude
+    // error,altitude error: the receiver's own 1-sigma error estimates in metres.
+    void gst() {
+        const TimeField time = readTime(field(1));
+        const double latitudeError = positiveOrUnknown(field(6)), longitudeError = positiveOrUnknown(field(7));
+        if (!time.secondsOfDay || !mDay || latitudeError < 0.0 || longitudeError < 0.0) return;
+        TrackFixQuality said;
+        said.accuracy = std::hypot(latitudeError, longitudeError);
+        const double timestamp = static_cast<double>(*mDay) * kSecondsPerDay + *time.secondsOfDay;
+        mFixes.amendLast(said, timestamp);
+        // A GST ahead of its cycle's position waits for it.
+        mEarlyQuality = said;
+        mEarlyTime = timestamp;
     }
 
     // $--ZDA,time,day,month,year,zone hours,zone minutes
@@ -189,23 +226,25 @@ private:
         // than this sentence were logged before midnight, the day before.
         for (const WaitingFix& fix : mWaiting) {
             const std::int64_t fixDay = fix.secondsOfDay > secondsOfDay + kHalfDay ? day - 1 : day;
-            mFixes.add(fix.latitude, fix.longitude, fixDay * kSecondsPerDay + fix.secondsOfDay, fix.line);
+            mFixes.add(fix.latitude, fix.longitude, fixDay * kSecondsPerDay + fix.secondsOfDay, fix.line, fix.quality);
         }
         mWaiting.clear();
     }
 
     void position(std::string_view lat, std::string_view ns, std::string_view lon, std::string_view ew,
-                  const TimeField& time) {
+                  const TimeField& time, TrackFixQuality quality) {
         const auto latitude = parseCoordinate(lat, ns, 'N', 'S');
         const auto longitude = parseCoordinate(lon, ew, 'E', 'W');
         if (!latitude || !longitude) return mFixes.skip(TrackSkip::BadCoordinates, mLine);
         if (!time.present) return mFixes.skip(TrackSkip::NoTime, mLine);
         if (!time.secondsOfDay) return mFixes.skip(TrackSkip::BadTime, mLine);
         if (!mDay) {
-            mWaiting.push_back({*latitude, *longitude, *time.secondsOfDay, mLine});
+            mWaiting.push_back({*latitude, *longitude, *time.secondsOfDay, mLine, quality});
             return;
         }
-        mFixes.add(*latitude, *longitude, static_cast<double>(*mDay) * kSecondsPerDay + *time.secondsOfDay, mLine);
+        const double timestamp = static_cast<double>(*mDay) * kSecondsPerDay + *time.secondsOfDay;
+        if (timestamp == mEarlyTime) quality.fillFrom(mEarlyQuality);
+        mFixes.add(*latitude, *longitude, timestamp, mLine, quality);
     }
 
     TrackFixCollector& mFixes;
@@ -215,6 +254,8 @@ private:
     std::vector<WaitingFix> mWaiting;
     std::vector<std::string_view> mFields;
     std::size_t mLine = 0;
+    TrackFixQuality mEarlyQuality;
+    double mEarlyTime = -1.0;
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 // Reads NMEA 0183 logs: positions from RMC, GGA and GLL of any talker, dates from
-// RMC and ZDA. Most sentences carry only a time of day, so the reader keeps a
+// RMC and ZDA, and the fix's quality where the log gives it: speed (RMC), HDOP and
+// satellites used (GGA), 2D/3D mode and HDOP (GSA), error estimates (GST). Most sentences carry only a time of day, so the reader keeps a
 // running date: the log's own RMC/ZDA dates when it has them, `options.date`
 // before that, and the next day whenever the time of day falls back by more than
 // twelve hours (a log running past midnight). Positions seen before the log's

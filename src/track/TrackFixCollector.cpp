@@ -43,7 +43,26 @@ TrackFixCollector::TrackFixCollector(std::string_view name, TrackFormat format, 
     mResult.format = format;
 }
 
+void TrackFixQuality::fillFrom(const TrackFixQuality& other) {
+    if (accuracy < 0.0) accuracy = other.accuracy;
+    if (hdop < 0.0) hdop = other.hdop;
+    if (speed < 0.0) speed = other.speed;
+    if (satellites < 0) satellites = other.satellites;
+    if (mode == FixMode::Unknown) mode = other.mode;
+}
+
 void TrackFixCollector::add(double latitude, double longitude, double timestamp, std::size_t line) {
+    add(latitude, longitude, timestamp, line, TrackFixQuality{});
+}
+
+void TrackFixCollector::amendLast(const TrackFixQuality& quality, double timestamp) {
+    if (mResult.fixes.empty()) return;
+    TrackFix& last = mResult.fixes.back();
+    if (timestamp < 0.0 || last.timestamp == timestamp) last.quality.fillFrom(quality);
+}
+
+void TrackFixCollector::add(double latitude, double longitude, double timestamp, std::size_t line,
+                            const TrackFixQuality& quality) {
     // NaN fails every comparison, so the tests are written to let only good values through.
     if (!(std::fabs(latitude) <= 90.0) || !(std::fabs(longitude) <= 180.0)) {
         skip(TrackSkip::BadCoordinates, line);
@@ -55,13 +74,16 @@ void TrackFixCollector::add(double latitude, double longitude, double timestamp,
     }
     if (!mResult.fixes.empty()) {
         const double last = mResult.fixes.back().timestamp;
-        if (mMergeSameInstant && timestamp == last) return;
+        if (mMergeSameInstant && timestamp == last) {
+            mResult.fixes.back().quality.fillFrom(quality);
+            return;
+        }
         if (timestamp <= last) {
             skip(TrackSkip::OutOfOrder, line);
             return;
         }
     }
-    mResult.fixes.push_back(TrackFix{latitude, longitude, timestamp, line});
+    mResult.fixes.push_back(TrackFix{latitude, longitude, timestamp, line, quality});
 }
 
 void TrackFixCollector::skip(TrackSkip reason, std::size_t line) {

@@ -26,6 +26,12 @@ public:
                       bool mergeSameInstant);
 
     void add(double latitude, double longitude, double timestamp, std::size_t line);
+    // With what the file says about the fix. A fix merged into the one before (same
+    // instant) lends that one whatever quality it did not know yet.
+    void add(double latitude, double longitude, double timestamp, std::size_t line, const TrackFixQuality& quality);
+    // Quality said apart from a position (NMEA GSA, GST) for the newest fix, when
+    // that fix is of `timestamp` (or of any time, when `timestamp` is negative).
+    void amendLast(const TrackFixQuality& quality, double timestamp = -1.0);
     void skip(TrackSkip reason, std::size_t line);
 
     // The file cannot be played. `line` 0 means the fault has no one line. The

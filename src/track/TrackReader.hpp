@@ -5,6 +5,8 @@
 // Nothing here throws: every failure ends up in `TrackReadResult::error`.
 #pragma once
 
+#include <bvgeo/platform/LocationService.hpp>
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -13,11 +15,26 @@
 
 namespace bvgeo {
 
+// What a file says about a fix's quality. Each field keeps its "unknown" value
+// (negative, or FixMode::Unknown) when the file says nothing usable: a zero,
+// negative or unreadable accuracy, HDOP or speed counts as not said.
+struct TrackFixQuality {
+    double accuracy = -1.0; // metres, radius of about 68% confidence (GST, an accuracy column or extension)
+    double hdop = -1.0;     // horizontal dilution of precision (GGA, GSA, GPX <hdop>, a column)
+    double speed = -1.0;    // metres per second over ground
+    int satellites = -1;    // satellites used in the solution
+    FixMode mode = FixMode::Unknown;
+
+    // Fills what this one does not know from `other`.
+    void fillFrom(const TrackFixQuality& other);
+};
+
 struct TrackFix {
     double latitude = 0.0;
     double longitude = 0.0;
     double timestamp = 0.0; // seconds since 1970-01-01T00:00:00Z
     std::size_t line = 0;   // 1-based line in the source the fix came from
+    TrackFixQuality quality;
 };
 
 enum class TrackFormat { Gpx, Nmea, Csv };
@@ -42,9 +59,9 @@ struct TrackReadResult {
     std::size_t skippedNoTime = 0;
     std::size_t skippedOutOfOrder = 0;     // not later than the fix before
     std::size_t skippedBadCoordinates = 0; // missing, unreadable or out of range
-    std::size_t skippedBadChecksum = 0;    // NMEA RMC/GGA/GLL/ZDA whose *hh does not match
+    std::size_t skippedBadChecksum = 0;    // NMEA RMC/GGA/GLL/ZDA/GSA/GST whose *hh does not match
     std::size_t skippedBadTime = 0;        // unreadable, before 1970, or in the future
-    std::size_t skippedNoFix = 0;          // NMEA sentences saying the receiver had no fix
+    std::size_t skippedNoFix = 0;          // sentences, points or rows saying the receiver had no fix
 
     // One line per non-zero counter, e.g. "run.csv: 3 fixes without a time skipped
     // (first on line 12)". Meant to be shown to the user as they are.

@@ -1,6 +1,7 @@
 #include "track/TrackText.hpp"
 
 #include <charconv>
+#include <cmath>
 
 namespace bvgeo {
 
@@ -14,6 +15,16 @@ std::optional<double> parseDecimal(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
     return value;
+}
+
+double positiveOrUnknown(std::string_view text) {
+    const auto value = parseDecimal(trim(text));
+    return value && *value > 0.0 && std::isfinite(*value) ? *value : -1.0;
+}
+
+double nonNegativeOrUnknown(std::string_view text) {
+    const auto value = parseDecimal(trim(text));
+    return value && *value >= 0.0 && std::isfinite(*value) ? *value : -1.0;
 }
 
 bool equalsIgnoreCase(std::string_view a, std::string_view b) {

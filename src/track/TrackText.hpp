@@ -14,6 +14,12 @@ namespace bvgeo {
 // Locale-independent; "nan", "inf" and hexadecimal are refused.
 std::optional<double> parseDecimal(std::string_view text);
 
+// A quality figure as a file writes it (accuracy in metres, HDOP): a positive,
+// finite number, or -1 ("unknown") for anything else, zero included.
+double positiveOrUnknown(std::string_view text);
+// A speed: zero or more, or -1 ("unknown").
+double nonNegativeOrUnknown(std::string_view text);
+
 // ASCII case-insensitive comparison.
 bool equalsIgnoreCase(std::string_view a, std::string_view b);
 

@@ -34,7 +34,8 @@ std::uint64_t TriggerManager::jobsQueued() { return jobsQueuedSoFar.load(); }
 
 void TriggerManager::whenIdle(std::function<void()> done) { serialQueue_->async(std::move(done)); }
 
-void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventType type, Success success) {
+void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventType type, Success success,
+                                         std::optional<FilteredFix> fix) {
     auto& engine = sharedInstance();
     jobsQueuedSoFar.fetch_add(1);
     // The update that asked keeps its rows uncommitted until the job has decided, so
@@ -42,13 +43,15 @@ void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventT
     // still commit at once, and take the update's rows with them).
     auto update = std::make_shared<WriteGroup>();
     engine.serialQueue_->async(
-        [&engine, update = std::move(update), fences = std::move(fences), type, success = std::move(success)]() mutable {
-            engine.runJob(fences, type, success);
+        [&engine, update = std::move(update), fences = std::move(fences), type, success = std::move(success),
+         fix = std::move(fix)]() mutable {
+            engine.runJob(fences, type, success, fix ? &*fix : nullptr);
             update.reset();
         });
 }
 
-void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success) {
+void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success,
+                            const FilteredFix* fix) {
     WriteGroup writes; // one commit for the log rows of this update; triggers go durably below
     ActiveFenceList snapshot = getActiveFences();
     auto config = TrackerSettings::sharedInstance().config();
@@ -61,7 +64,13 @@ void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType ty
     for (const auto& active : snapshot) stays.push_back({active->fenceId, active->activatedAt, active->lastTriggerAt});
 
     std::int64_t now = platform().clock->now();
-    const auto steps = planTriggers(insideIds, stays, now, config.lingerTime, config.maxLingerTime);
+    // Robust triggers plan from the fix itself; their Enter and Linger steps point
+    // into a list of their own (the inside fences, then active ones kept by a margin).
+    std::optional<RobustTriggerPlanner::Plan> robust;
+    if (fix) robust = planRobustly(fences, *fix, stays, now, config);
+    const FenceList& decided = robust && !robust->fences.empty() ? robust->fences : fences;
+    const auto steps =
+        robust ? robust->steps : planTriggers(insideIds, stays, now, config.lingerTime, config.maxLingerTime);
     if (!steps.empty()) {
         DurableWrite durable;
         job_ = JobTriggers{{}, {}, true};
@@ -69,14 +78,14 @@ void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType ty
             bool stored = true;
             switch (step.type) {
             case TriggerType::Enter: {
-                const Fence& fence = *fences[step.index];
+                const Fence& fence = *decided[step.index];
                 stored = addFenceToActiveFences(
                     std::make_shared<ActiveFence>(fence.id, platform().clock->now(), fence.name));
                 sendTrigger(fence.id, fence.name, TriggerType::Enter, type);
                 break;
             }
             case TriggerType::Linger: {
-                const Fence& fence = *fences[step.index];
+                const Fence& fence = *decided[step.index];
                 sendTrigger(fence.id, fence.name, TriggerType::Linger, type);
                 stored = updateFenceAtActiveFences(ActiveFence(fence.id, 0));
                 break;
@@ -117,6 +126,15 @@ void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType ty
     }
     Logger::log(text, LogCategory::FENCE, "processInsideFences(_:triggerLocationEventType:success:)", 54);
     if (success) success(result);
+}
+
+RobustTriggerPlanner::Plan TriggerManager::planRobustly(const FenceList& fences, const FilteredFix& fix,
+                                                       const std::vector<ActiveStay>& stays, std::int64_t now,
+                                                       const configOptions& config) {
+    auto plan = robust_.plan(fences, fix, stays, now, config.lingerTime, config.maxLingerTime,
+                             TrackerSettings::sharedInstance().extendedOptions().triggerFilter);
+    for (const auto& note : plan.notes) Logger::log(note, LogCategory::FENCE, "TriggerFilter", 1);
+    return plan;
 }
 
 ActiveFenceList TriggerManager::getActiveFences() {

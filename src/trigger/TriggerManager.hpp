@@ -16,6 +16,7 @@
 #include "fence/FenceIndex.hpp"
 #include "models/ActiveFence.hpp"
 #include "request/URLRequest.hpp"
+#include "trigger/RobustTriggerPlanner.hpp"
 
 #include <bvgeo/BVTrigger.hpp>
 #include <bvgeo/platform/DispatchQueue.hpp>
@@ -40,7 +41,9 @@ public:
     static TriggerManager& sharedInstance();
 
     // Queues one job; `success` runs on the engine's queue with the stays after it.
-    static void processInsideFences(FenceList fences, TriggerLocationEventType type, Success success);
+    // With `fix` (robust triggers on) the job decides by the robust rules.
+    static void processInsideFences(FenceList fences, TriggerLocationEventType type, Success success,
+                                    std::optional<FilteredFix> fix = std::nullopt);
 
     // Jobs queued since the process started: a host waiting for the library to go
     // quiet compares two readings to learn whether new decisions were asked for.
@@ -54,6 +57,8 @@ public:
     bool updateFenceAtActiveFences(const ActiveFence& fence);
     bool removeFenceFromActive(const std::shared_ptr<ActiveFence>& fence);
     static bool checkIfIsLinger(const ActiveFence& fence);
+    // Robust triggers: whether a change waits for more fixes to confirm it.
+    bool awaitingConfirmation() const { return robust_.awaitingConfirmation(); }
     static void sendTrigger(const std::string& fenceId, const std::string& fenceName, TriggerType type,
                             TriggerLocationEventType locationEvent);
     static void sendLocalTrigger(const std::shared_ptr<BVTrigger>& trigger);
@@ -71,7 +76,11 @@ public:
 
 private:
     TriggerManager();
-    void runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success);
+    void runJob(const FenceList& fences, TriggerLocationEventType type, const Success& success,
+                const FilteredFix* fix = nullptr);
+    RobustTriggerPlanner::Plan planRobustly(const FenceList& fences, const FilteredFix& fix,
+                                            const std::vector<ActiveStay>& stays, std::int64_t now,
+                                            const configOptions& config);
 
     // The triggers of the job in progress, announced once its rows are committed.
     // With durable delivery a report reaches the outbox before its trigger's commit,
@@ -86,6 +95,7 @@ private:
     std::optional<ActiveFenceList> mActiveFences;
     std::optional<JobTriggers> job_;
     bool unstoredReported_ = false; // one console line per run of failed jobs
+    RobustTriggerPlanner robust_;   // robust triggers' memory between fixes
 };
 
 } // namespace bvgeo

@@ -297,5 +297,64 @@ TEST(ReplayOptionsTest, BadOptionsAreUsageErrorsThatNameTheOption) {
     }
 }
 
+// Robust triggers and --stays.
+TEST_F(ReplayTest, StaysShowTheStandardRuleFlappingAtTheRimAndRobustTriggersHoldingIt) {
+    // Half an hour a fix every 10 s, wandering 15 m either way of the fence's rim.
+    std::vector<std::pair<double, Point>> rows;
+    for (double t = 0; t < 1800; t += 10) rows.push_back({t, offset(0, kFenceRadius + 15 * std::sin(t * 0.05))});
+    ReplayOptions o = options(writeTrack(rows));
+    o.distanceFilter = -1.0;
+    o.stays = true;
+    o.dataDir = (root_ / "standard").string();
+    std::ostringstream standardOut;
+    ASSERT_EQ(runReplay(o, standardOut), 0);
+    const auto standard = lines(standardOut.str()).back()["stays"];
+    EXPECT_GE(standard["count"].get<int>(), 10);
+    EXPECT_EQ(standard["shorterThan2Minutes"], standard["count"]) << "every one a flap";
+    EXPECT_GE(standard["reentriesWithin2Minutes"].get<int>(), 9);
+    const auto& first = standard["list"][0];
+    EXPECT_EQ(first["fenceId"], "home");
+    EXPECT_EQ(first["seconds"], first["exit"].get<std::int64_t>() - first["enter"].get<std::int64_t>());
+
+    o.triggerFilter.robustTriggers = true;
+    o.json = false;
+    o.dataDir = (root_ / "robust").string();
+    std::ostringstream robustOut;
+    ASSERT_EQ(runReplay(o, robustOut), 0);
+    const std::string text = robustOut.str();
+    EXPECT_THAT(text, ::testing::HasSubstr("triggers: 1 enter, 5 linger, 0 exit\n"));
+    EXPECT_THAT(text, ::testing::MatchesRegex(
+                          "(.|\n)*\nstay      Home \\(home\\)  2014-05-13 16:5[0-9]:[0-9]{2}Z  still inside  "
+                          "2[0-9] min [0-9]{2} s\nstays:    1, 0 shorter than 2 minutes, 0 re-entries within 2 "
+                          "minutes of an exit\n"));
+}
+
+TEST(ReplayOptionsTest, RobustTriggerTunablesTurnTheRulesOnAndRefuseNonsense) {
+    EXPECT_FALSE(parseReplayOptions({"t.gpx"}).triggerFilter.robustTriggers);
+    EXPECT_EQ(parseReplayOptions({"t.gpx", "--robust-triggers"}).triggerFilter,
+              [] {
+                  TriggerFilterOptions on;
+                  on.robustTriggers = true;
+                  return on;
+              }());
+    const auto tuned = parseReplayOptions({"t.gpx", "--exit-buffer", "40", "--confirm-fixes=2", "--use-2d-fixes"});
+    EXPECT_TRUE(tuned.triggerFilter.robustTriggers);
+    EXPECT_EQ(tuned.triggerFilter.exitBufferMetres, 40.0);
+    EXPECT_EQ(tuned.triggerFilter.confirmFixes, 2);
+    EXPECT_TRUE(tuned.triggerFilter.useTwoDimensionalFixes);
+    for (const auto& [words, named] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"t.gpx", "--exit-buffer", "-1"}, "--exit-buffer"},
+             {{"t.gpx", "--max-accuracy", "0"}, "--max-accuracy"},
+             {{"t.gpx", "--confirm-fixes", "0"}, "--confirm-fixes"},
+             {{"t.gpx", "--minimum-dwell", "soon"}, "--minimum-dwell"}}) {
+        try {
+            parseReplayOptions(words);
+            ADD_FAILURE() << "accepted " << named;
+        } catch (const UsageError& error) {
+            EXPECT_THAT(error.what(), ::testing::HasSubstr(named));
+        }
+    }
+}
+
 } // namespace
 } // namespace bvgeo::cli

@@ -553,6 +553,66 @@ TEST_F(CApiTest, ZoneCacheOptionsKeepVersionOneStructsWholeAndPreloadedZonesAnsw
     EXPECT_THAT(log_.triggers, ::testing::ElementsAre("enter quay-1 Quay regular"));
 }
 
+// Robust triggers from C: the version-2 fields, version-1 structs still served,
+// and fixes with their quality.
+TEST_F(CApiTest, RobustTriggerOptionsAndFixQualityReachTheLibrary) {
+    open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
+    bvgeo_extended_options set;
+    bvgeo_extended_options_init(&set);
+    EXPECT_EQ(set.version, 2u);
+    EXPECT_EQ(set.robust_triggers, 0);
+    set.robust_triggers = 1;
+    set.confirm_fixes = 2;
+    set.confirm_seconds = 5;
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &set), BVGEO_OK) << bvgeo_last_error();
+
+    // A host built against version 1 sees and sets only what it knows of.
+    bvgeo_extended_options old;
+    std::memset(&old, 0xAB, sizeof old);
+    old.version = 1;
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &old), BVGEO_OK);
+    EXPECT_EQ(old.outbox_max_reports, 10'000u);
+    EXPECT_EQ(old.robust_triggers, static_cast<int>(0xABABABAB)) << "past the end of a version-1 struct";
+    old.max_log_rows = 50;
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &old), BVGEO_OK) << bvgeo_last_error();
+    bvgeo_extended_options got;
+    bvgeo_extended_options_init(&got);
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
+    EXPECT_EQ(got.max_log_rows, 50u);
+    EXPECT_EQ(got.robust_triggers, 0) << "a version-1 set leaves the robust rules at their defaults";
+
+    set.exit_buffer_metres = std::nan("");
+    expectRefused(bvgeo_set_extended_options(tracker_, &set), BVGEO_ERR_INVALID_ARGUMENT, "exit_buffer_metres");
+    set.exit_buffer_metres = 30;
+    set.confirm_fixes = 0;
+    expectRefused(bvgeo_set_extended_options(tracker_, &set), BVGEO_ERR_INVALID_ARGUMENT, "confirm_fixes");
+    set.confirm_fixes = 2;
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &set), BVGEO_OK);
+
+    startHost(300);
+    const auto fix = [&](double east, double seconds, int mode) {
+        bvgeo_fix f;
+        bvgeo_fix_init(&f);
+        f.latitude = kLat;
+        f.longitude = kLon + east / kMetresPerDegreeLon;
+        f.time = kT0 + seconds;
+        f.accuracy = 5;
+        f.hdop = std::nan("");
+        f.mode = mode;
+        return bvgeo_push_fix(tracker_, &f, BVGEO_FIX_AUTOMATIC, nullptr);
+    };
+    ASSERT_EQ(fix(0, 0, BVGEO_FIX_MODE_3D), BVGEO_OK) << bvgeo_last_error();
+    ASSERT_EQ(fix(10, 10, BVGEO_FIX_MODE_3D), BVGEO_OK);
+    ASSERT_EQ(fix(500, 200, BVGEO_FIX_MODE_2D), BVGEO_OK);
+    ASSERT_EQ(fix(510, 210, BVGEO_FIX_MODE_2D), BVGEO_OK);
+    EXPECT_EQ(log_.events(), (std::vector<std::string>{"enter"})) << "2D fixes change no fence";
+    ASSERT_EQ(fix(520, 220, BVGEO_FIX_MODE_3D), BVGEO_OK);
+    ASSERT_EQ(fix(530, 230, BVGEO_FIX_MODE_3D), BVGEO_OK);
+    EXPECT_EQ(log_.events(), (std::vector<std::string>{"enter", "exit"}));
+    expectRefused(fix(0, 240, 7), BVGEO_ERR_INVALID_ARGUMENT, "fix->mode");
+    expectRefused(bvgeo_push_fix(tracker_, nullptr, BVGEO_FIX_AUTOMATIC, nullptr), BVGEO_ERR_INVALID_ARGUMENT, "fix");
+}
+
 TEST(CApiUtf8, AcceptsWellFormedTextAndRefusesEveryIllFormedKind) {
     using bvgeo::capi::isValidUtf8;
     for (const char* good : {"", "plain", "Ekenäs", "€", "\xF0\x9F\x97\xBA", "\xEF\xBF\xBF", "\xF4\x8F\xBF\xBF"})

@@ -14,11 +14,23 @@
 
 namespace bvgeo {
 
+// What kind of solution a receiver reported (the numbering of NMEA GSA and gpsd).
+// A 2D fix had too few satellites to solve for height and assumed one, so its
+// horizontal error is larger than its dilution of precision suggests.
+enum class FixMode : int { Unknown = 0, NoFix = 1, TwoD = 2, ThreeD = 3 };
+
 struct BVGEO_API Location {
     double latitude = 0.0;
     double longitude = 0.0;
     double timestamp = 0.0; // seconds since 1970-01-01 UTC when the fix was taken
-    double horizontalAccuracy = -1.0; // metres; negative when the source did not say
+    double horizontalAccuracy = -1.0; // metres (radius of about 68% confidence); negative when the source did not say
+
+    // Further quality signals, when the source gives them. Each default means
+    // "unknown", which the library never takes for a perfect fix.
+    double speed = -1.0;     // metres per second over ground; negative when unknown
+    double hdop = -1.0;      // horizontal dilution of precision; negative when unknown
+    int satellitesUsed = -1; // negative when unknown
+    FixMode fixMode = FixMode::Unknown;
 
     // Geodesic distance in metres.
     double distanceFrom(const Location& other) const;

@@ -11,6 +11,23 @@ namespace bvgeo {
 namespace {
 constexpr int kWaitMicroseconds = 250'000;   // how often the reader looks at the stop flag
 constexpr auto kReconnectDelay = std::chrono::seconds(2);
+bool positive(double value) { return std::isfinite(value) && value > 0.0; }
+
+// The fix with what gpsd says of its quality. gpsd's error estimates are meant at
+// 95% confidence; halved, they come near the 68% radius a Location's accuracy is.
+// DOPs and satellites come in gpsd's sky reports, when the receiver gives them;
+// until one came they are NaN or 0 here, and stay unknown.
+Location locationFrom(const gps_data_t& gps, double time) {
+    Location fix{gps.fix.latitude, gps.fix.longitude, time};
+    if (positive(gps.fix.eph)) fix.horizontalAccuracy = gps.fix.eph / 2.0;
+    else if (positive(gps.fix.epx) && positive(gps.fix.epy)) fix.horizontalAccuracy = std::hypot(gps.fix.epx, gps.fix.epy) / 2.0;
+    if (std::isfinite(gps.fix.speed) && gps.fix.speed >= 0.0) fix.speed = gps.fix.speed;
+    if (positive(gps.dop.hdop)) fix.hdop = gps.dop.hdop;
+    if (gps.satellites_used > 0) fix.satellitesUsed = gps.satellites_used;
+    fix.fixMode = gps.fix.mode == MODE_3D ? FixMode::ThreeD : FixMode::TwoD;
+    return fix;
+}
+
 } // namespace
 
 GpsdLocationService::GpsdLocationService(std::string host, std::string port,
@@ -89,7 +106,7 @@ void GpsdLocationService::run() {
             // gpsd repeats a fix in several reports of one cycle; each instant counts once.
             if (time <= lastFixTime_) continue;
             lastFixTime_ = time;
-            managers_.push(gps.fix.latitude, gps.fix.longitude, time);
+            managers_.push(locationFrom(gps, time));
             {
                 std::lock_guard lock(mutex_);
                 delivered_.fetch_add(1);

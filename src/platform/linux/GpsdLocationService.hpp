@@ -1,6 +1,7 @@
 // GpsdLocationService: live positions from a running gpsd. A reader thread of its
 // own (the location delivery thread) watches gpsd's reports through libgps and
-// hands every new 2D/3D fix to the managers the trackers made, with the same rules
+// hands every new 2D/3D fix (with gpsd's error estimate, speed, HDOP, satellites
+// used and 2D/3D mode) to the managers the trackers made, with the same rules
 // as the simulated service it wraps: each manager's distance filter, and 500 m
 // between significant-change deliveries. When gpsd is not there or goes away the
 // thread keeps trying to reconnect until stop(). Thread-safe.
