@@ -77,6 +77,7 @@ bool usableFence(const Fence& fence) {
 }
 
 bool exactlyInside(double latitude, double longitude, const Fence& fence) {
+    if (fence.geometry) return fence.geometry->contains(latitude, longitude);
     return geodesicDistance(latitude, longitude, fence.latitude, fence.longitude) < fence.radius;
 }
 
@@ -131,6 +132,7 @@ constexpr std::uint64_t kEmptyKey = ~std::uint64_t{0};
 } // namespace
 
 bool isLocationInsideFence(double latitude, double longitude, const Fence& fence) {
+    if (fence.geometry) return fence.geometry->contains(latitude, longitude);
     if (!usableFence(fence) || !validPosition(latitude, longitude)) return false;
     double centre[3], position[3];
     unitVector(fence.latitude, normalizedLongitude(fence.longitude), centre);
@@ -153,10 +155,37 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         double latitudeHalf, longitudeHalf;
     };
     std::vector<Extent> extents;
+    struct PolygonBox {
+        std::uint32_t index;
+        double south, north, west, east;
+    };
+    std::vector<PolygonBox> polygonBoxes;
     std::vector<std::uint32_t> everywhere;
     std::vector<double> radii;
     for (std::size_t i = 0; i < count; ++i) {
         const Fence* fence = fences_[i].get();
+        if (fence && fence->geometry) {
+            // A polygon fence is placed by its box and always decided by its geometry:
+            // bounds that never decide send every candidate to exactlyInside.
+            const FenceGeometry& geometry = *fence->geometry;
+            const auto index = static_cast<std::uint32_t>(i);
+            LocalDisc& disc = local_[i];
+            disc.latitude = (geometry.south() + geometry.north()) / 2.0;
+            disc.longitude = (geometry.west() + geometry.east()) / 2.0;
+            disc.metresPerDegreeLatitude = static_cast<float>(meridianRadius(disc.latitude) * kDegree);
+            disc.metresPerDegreeLongitude = static_cast<float>(parallelRadius(disc.latitude) * kDegree);
+            disc.insideBelow = -1.0f;
+            disc.outsideFrom = std::numeric_limits<float>::infinity();
+            if (std::max(std::abs(geometry.south()), std::abs(geometry.north())) > kPolarLimitDegrees) {
+                everywhere.push_back(index);
+                continue;
+            }
+            polygonBoxes.push_back({index, geometry.south(), geometry.north(), geometry.west(), geometry.east()});
+            radii.push_back(std::max((geometry.north() - geometry.south()) * kMinMetresPerDegreeLatitude,
+                                     (geometry.east() - geometry.west()) * disc.metresPerDegreeLongitude) /
+                            2.0);
+            continue;
+        }
         if (!fence || !usableFence(*fence)) continue; // contains nothing, so needs no place
         const auto index = static_cast<std::uint32_t>(i);
         const double reach = fence->radius + kAbsoluteSlack;
@@ -238,6 +267,19 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
             boxes.push_back(box);
     }
     extents = {};
+    const bool anyPolygonBox = !polygonBoxes.empty();
+    for (const PolygonBox& polygon : polygonBoxes) {
+        Box box{polygon.index, gridIndex(polygon.south + 90.0, cellDegrees_), gridIndex(polygon.north + 90.0, cellDegrees_),
+                gridIndex(polygon.west + 180.0, cellDegrees_), gridIndex(polygon.east + 180.0, cellDegrees_)};
+        if (box.cells() > kMaxCellsPerFence)
+            everywhere.push_back(polygon.index);
+        else
+            boxes.push_back(box);
+    }
+    polygonBoxes = {};
+    // Placements go in list order, which the cell lists keep.
+    if (anyPolygonBox)
+        std::sort(boxes.begin(), boxes.end(), [](const Box& a, const Box& b) { return a.index < b.index; });
 
     // Keep memory proportional to the list: if the boxes together would need too many
     // entries, the largest ones are checked on every query instead.
@@ -377,6 +419,12 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         const Fence& fence = *fences_[index];
         SphereDisc disc;
         disc.index = index;
+        if (fence.geometry) { // decided by the geometry alone
+            disc.insideBelow = -1.0;
+            disc.outsideFrom = kInfinity;
+            everywhere_.push_back(disc);
+            continue;
+        }
         double centre[3];
         unitVector(fence.latitude, normalizedLongitude(fence.longitude), centre);
         disc.x = centre[0];

@@ -2,7 +2,9 @@
 // obtained, so that finding the fences around a position does not scan the list.
 // Candidates come from a grid over the fences' bounding boxes; each is then decided
 // exactly: a position is inside when its geodesic distance to the centre is
-// strictly less than the radius. Immutable after construction: any thread may query.
+// strictly less than the radius, or, for a polygon fence (one with a geometry),
+// when its geometry contains it; a polygon fence is placed in the grid by its
+// geometry's box. Immutable after construction: any thread may query.
 #pragma once
 
 #include "models/Fence.hpp"
@@ -18,7 +20,8 @@ namespace bvgeo {
 using FenceList = std::vector<std::shared_ptr<Fence>>;
 
 // The exact containment rule: geodesic distance from the position to the centre
-// strictly less than the radius (a position on the rim is outside).
+// strictly less than the radius (a position on the rim is outside); for a polygon
+// fence, its geometry's rule (a position on an edge is outside).
 bool isLocationInsideFence(double latitude, double longitude, const Fence& fence);
 
 class FenceIndex {
