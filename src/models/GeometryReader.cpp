@@ -111,6 +111,13 @@ void GeometryReader::scalar(const std::string* text) {
 
 FenceGeometryResult GeometryReader::finish() {
     FenceGeometryResult result;
+    PolygonRings rings;
+    result.problem = finishRings(rings);
+    if (!result.problem.empty()) return result;
+    return FenceGeometry::make(std::move(rings));
+}
+
+std::string GeometryReader::finishRings(PolygonRings& rings) {
     if (problem_.empty()) {
         if (!typeSeen_) fail("has no type");
         else if (type_.empty()) fail("has a type that is not text");
@@ -118,12 +125,11 @@ FenceGeometryResult GeometryReader::finish() {
         else if (!coordinatesSeen_) fail("has no coordinates");
         else if (numberLevel_ != (type_ == "Polygon" ? 3 : 4)) fail("has coordinates that do not match its type " + type_);
     }
-    if (!problem_.empty()) {
-        result.problem = problem_;
-        return result;
-    }
+    if (!problem_.empty()) return problem_;
     rings_.multi = type_ == "MultiPolygon";
-    return FenceGeometry::make(std::move(rings_));
+    rings = std::move(rings_);
+    rings_ = {};
+    return {};
 }
 
 namespace {
@@ -153,8 +159,9 @@ private:
 
 } // namespace
 
-FenceGeometryResult readFenceGeometry(std::string_view text) {
-    GeometryReader reader;
+namespace {
+
+std::string readInto(std::string_view text, GeometryReader& reader) {
     GeometrySax sax(reader);
     bool parsed = false;
     try {
@@ -162,16 +169,25 @@ FenceGeometryResult readFenceGeometry(std::string_view text) {
     } catch (const std::exception&) {
         parsed = false;
     }
+    if (!parsed) return "is not valid JSON";
+    if (!reader.closed()) return "is not a JSON object";
+    return {};
+}
+
+} // namespace
+
+FenceGeometryResult readFenceGeometry(std::string_view text) {
+    GeometryReader reader;
     FenceGeometryResult result;
-    if (!parsed) {
-        result.problem = "is not valid JSON";
-        return result;
-    }
-    if (!reader.closed()) {
-        result.problem = "is not a JSON object";
-        return result;
-    }
+    result.problem = readInto(text, reader);
+    if (!result.problem.empty()) return result;
     return reader.finish();
+}
+
+std::string readPolygonRings(std::string_view text, PolygonRings& rings) {
+    GeometryReader reader;
+    if (auto problem = readInto(text, reader); !problem.empty()) return problem;
+    return reader.finishRings(rings);
 }
 
 } // namespace bvgeo

@@ -32,6 +32,9 @@ public:
 
     // The geometry, checked and indexed, or why there is none.
     FenceGeometryResult finish();
+    // Just the rings as read (type, nesting and position count checked, nothing
+    // else), for whoever checks them otherwise; empty text when they were read.
+    std::string finishRings(PolygonRings& rings);
 
 private:
     void fail(std::string problem);
@@ -56,5 +59,7 @@ private:
 // bytes in, a geometry or a problem out. What the zone reader does for the
 // "geometry" member of a fence, callable on its own.
 FenceGeometryResult readFenceGeometry(std::string_view json);
+// The rings of such a text without the checks of FenceGeometry::make; why not, or empty.
+std::string readPolygonRings(std::string_view json, PolygonRings& rings);
 
 } // namespace bvgeo
