@@ -97,6 +97,11 @@ std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr
         extended.fenceListingLimit = o.fenceListingLimit;
         tracker.setExtendedOptions(extended);
     }
+    if (o.polygonFences) {
+        ExtendedOptions extended = tracker.extendedOptions();
+        extended.polygonFences = true;
+        tracker.setExtendedOptions(extended);
+    }
     tracker.setTriggerDelegate(std::move(delegate));
     return std::nullopt;
 }

@@ -47,6 +47,8 @@ library as a host application would, in virtual time unless told otherwise.
   --max-log-rows N       keep only the newest N log rows (default: all)
   --max-location-rows N  keep only the newest N location rows (default: all)
   --fence-listing-limit N  name at most N fences in a "Fences from ...: " log line
+  --polygon-fences       a fence's "geometry" (GeoJSON Polygon or MultiPolygon) decides
+                         whether a position is inside it, instead of its circle
   --realtime             play at the track's own pace
   --speed N              play N times faster than the track
   --drain S              after the last fix, let track time run on until the request
@@ -173,7 +175,7 @@ std::vector<OptionDecl> hostOptionDecls() {
             {"data-dir"},    {"accuracy"},     {"distance-filter"}, {"cache-expiration"}, {"zone-interval"},
             {"linger-time"}, {"max-linger-time"}, {"retry-interval"}, {"durable-delivery", false},
             {"json", false}, {"verbose", false}, {"help", false}, {"max-log-rows"}, {"max-location-rows"},
-            {"fence-listing-limit"}};
+            {"fence-listing-limit"}, {"polygon-fences", false}};
 }
 
 void applyHostOptions(const Args& args, ReplayOptions& o) {
@@ -202,6 +204,7 @@ void applyHostOptions(const Args& args, ReplayOptions& o) {
     o.maxLogRows = count("max-log-rows");
     o.maxLocationRows = count("max-location-rows");
     o.fenceListingLimit = count("fence-listing-limit");
+    o.polygonFences = args.has("polygon-fences");
 }
 
 ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {

@@ -34,6 +34,8 @@ struct ReplayOptions {
     bool durableDelivery = false;
     bool json = false;
     bool verbose = false;
+    // Polygon fences (ExtendedOptions::polygonFences).
+    bool polygonFences = false;
 };
 
 // Options shared by replay and live tracking (everything but the track itself).

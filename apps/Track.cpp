@@ -24,7 +24,8 @@ until Ctrl-C, printing each trigger as the host receives it. Takes the server an
 tuning options of bvgeo replay: --app-id, --env, --api-base, --assets-base, --mode,
 --data-dir, --accuracy, --distance-filter, --cache-expiration, --zone-interval,
 --linger-time, --max-linger-time, --retry-interval, --durable-delivery,
---max-log-rows, --max-location-rows, --fence-listing-limit, --json, --verbose.
+--max-log-rows, --max-location-rows, --fence-listing-limit, --json, --verbose,
+--polygon-fences.
 
 example:
   bvgeo track --gpsd localhost:2947 --api-base http://127.0.0.1:8080/api/v1/app/ \

@@ -222,7 +222,7 @@ BVGEO_C_API bvgeo_status bvgeo_set_parameters(bvgeo_tracker *tracker, const bvge
 /* The seven values as they are now (the facade's config). */
 BVGEO_C_API bvgeo_status bvgeo_get_parameters(bvgeo_tracker *tracker, bvgeo_parameters *parameters);
 
-#define BVGEO_EXTENDED_OPTIONS_VERSION 1
+#define BVGEO_EXTENDED_OPTIONS_VERSION 2
 
 /* ExtendedOptions: what goes beyond the configuration. Set before bvgeo_start. */
 typedef struct bvgeo_extended_options {
@@ -233,6 +233,8 @@ typedef struct bvgeo_extended_options {
     uint64_t max_log_rows;          /* 0: no limit */
     uint64_t max_location_rows;     /* 0: no limit */
     uint64_t fence_listing_limit;   /* 0: no limit */
+    /* Polygon fences (version 2 on; a version-1 struct ends above and is still taken). */
+    int polygon_fences;             /* 0 or 1: a fence's "geometry" decides containment */
 } bvgeo_extended_options;
 
 /* Fills `options` with the defaults, which keep the library's standard behaviour. */

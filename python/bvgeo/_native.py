@@ -20,7 +20,7 @@ ERR_RESET_NAME_INVALID = 1002
 
 OPEN_OPTIONS_VERSION = 1
 PARAMETERS_VERSION = 1
-EXTENDED_OPTIONS_VERSION = 1
+EXTENDED_OPTIONS_VERSION = 2
 CONSOLE_OPTIONS_VERSION = 1
 
 
@@ -74,6 +74,8 @@ class ExtendedOptions(ctypes.Structure):
         ("max_log_rows", ctypes.c_uint64),
         ("max_location_rows", ctypes.c_uint64),
         ("fence_listing_limit", ctypes.c_uint64),
+        # polygon fences (version 2)
+        ("polygon_fences", ctypes.c_int),
     ]
 
 

@@ -214,7 +214,8 @@ class Tracker:
         n.bvgeo_extended_options_init(ctypes.byref(c))
         _raise_for(n.bvgeo_get_extended_options(self._h(), ctypes.byref(c)), "extended_options")
         return ExtendedOptions(bool(c.durable_delivery), c.outbox_max_reports, c.outbox_max_age_seconds,
-                               c.max_log_rows, c.max_location_rows, c.fence_listing_limit)
+                               c.max_log_rows, c.max_location_rows, c.fence_listing_limit,
+                               polygon_fences=bool(c.polygon_fences))
 
     @extended_options.setter
     def extended_options(self, options):
@@ -228,6 +229,7 @@ class Tracker:
         c.max_log_rows = _integer(options.max_log_rows, "max_log_rows", _UINT64)
         c.max_location_rows = _integer(options.max_location_rows, "max_location_rows", _UINT64)
         c.fence_listing_limit = _integer(options.fence_listing_limit, "fence_listing_limit", _UINT64)
+        c.polygon_fences = 1 if options.polygon_fences else 0
         _raise_for(n.bvgeo_set_extended_options(self._h(), ctypes.byref(c)), "extended_options")
 
     # ---- triggers ----

@@ -70,6 +70,8 @@ class ExtendedOptions:
     max_log_rows: int = 0
     max_location_rows: int = 0
     fence_listing_limit: int = 0
+    # polygon fences: a fence's "geometry" decides containment
+    polygon_fences: bool = False
 
 
 @dataclass(frozen=True)

@@ -7,6 +7,8 @@
 #include <bvgeo/BVGeoTracker.hpp>
 
 #include <cmath>
+#include <cstddef>
+#include <cstring>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -28,8 +30,14 @@ bvgeo_extended_options cExtendedOptions(const bvgeo::ExtendedOptions& extended) 
     options.max_log_rows = extended.maxLogRows;
     options.max_location_rows = extended.maxLocationRows;
     options.fence_listing_limit = extended.fenceListingLimit;
+    options.polygon_fences = extended.polygonFences ? 1 : 0;
     return options;
 }
+
+// Polygon fences: version 2 appended polygon_fences; a version-1 struct is the part
+// before it, and nothing past that part is read or written.
+constexpr unsigned kExtendedOptionsVersion1 = 1;
+constexpr std::size_t kExtendedOptionsVersion1Size = offsetof(bvgeo_extended_options, polygon_fences);
 
 } // namespace
 
@@ -159,7 +167,12 @@ bvgeo_status bvgeo_set_extended_options(bvgeo_tracker* tracker, const bvgeo_exte
     CAPI_BEGIN
     SESSION(tracker);
     CHECK_NOT_NULL(options);
-    CHECK_VERSION("options", options->version, BVGEO_EXTENDED_OPTIONS_VERSION, bvgeo_extended_options_init);
+    if (options->version != kExtendedOptionsVersion1)
+        CHECK_VERSION("options", options->version, BVGEO_EXTENDED_OPTIONS_VERSION, bvgeo_extended_options_init);
+    const bool version2 = options->version >= 2;
+    if (version2 && options->polygon_fences != 0 && options->polygon_fences != 1)
+        return FAIL(BVGEO_ERR_INVALID_ARGUMENT,
+                    "options->polygon_fences " + std::to_string(options->polygon_fences) + " is not 0 or 1");
     if (options->durable_delivery != 0 && options->durable_delivery != 1)
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT,
                     "options->durable_delivery " + std::to_string(options->durable_delivery) + " is not 0 or 1");
@@ -181,6 +194,7 @@ bvgeo_status bvgeo_set_extended_options(bvgeo_tracker* tracker, const bvgeo_exte
     extended.maxLogRows = static_cast<std::size_t>(options->max_log_rows);
     extended.maxLocationRows = static_cast<std::size_t>(options->max_location_rows);
     extended.fenceListingLimit = static_cast<std::size_t>(options->fence_listing_limit);
+    if (version2) extended.polygonFences = options->polygon_fences == 1;
     BVGeoTracker::sharedInstance().setExtendedOptions(extended);
     return succeed();
     CAPI_END
@@ -190,7 +204,13 @@ bvgeo_status bvgeo_get_extended_options(bvgeo_tracker* tracker, bvgeo_extended_o
     CAPI_BEGIN
     SESSION(tracker);
     CHECK_NOT_NULL(options);
-    *options = cExtendedOptions(BVGeoTracker::sharedInstance().extendedOptions());
+    const bvgeo_extended_options current = cExtendedOptions(BVGeoTracker::sharedInstance().extendedOptions());
+    if (options->version == kExtendedOptionsVersion1) {
+        std::memcpy(options, &current, kExtendedOptionsVersion1Size);
+        options->version = kExtendedOptionsVersion1;
+    } else {
+        *options = current;
+    }
     return succeed();
     CAPI_END
 }

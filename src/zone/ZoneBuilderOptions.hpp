@@ -18,8 +18,8 @@ struct ZoneBuildOptions {
     // feature's "id", or properties.id) and its name (default "name"). A polygon
     // feature without an id, and every feature with indexIds, takes its 0-based
     // index in the file as id.
-    std::string idProperty;
-    std::string nameProperty;
+    std::string idProperty{};
+    std::string nameProperty{};
     bool indexIds = false;
 };
 
