@@ -240,6 +240,8 @@ typedef struct bvgeo_extended_options {
 /* Fills `options` with the defaults, which keep the library's standard behaviour. */
 BVGEO_C_API void bvgeo_extended_options_init(bvgeo_extended_options *options);
 BVGEO_C_API bvgeo_status bvgeo_set_extended_options(bvgeo_tracker *tracker, const bvgeo_extended_options *options);
+/* Fills the struct of the version in options->version: 1 writes only the fields of
+ * a version-1 struct; any other value gets the whole current struct. */
 BVGEO_C_API bvgeo_status bvgeo_get_extended_options(bvgeo_tracker *tracker, bvgeo_extended_options *options);
 
 /* ---- Triggers ------------------------------------------------------------------- */

@@ -118,6 +118,11 @@ FenceGeometryResult GeometryReader::finish() {
 }
 
 std::string GeometryReader::finishRings(PolygonRings& rings) {
+    // A wrong type says more than whatever its coordinates then looked like.
+    if (typeSeen_ && !type_.empty() && type_ != "Polygon" && type_ != "MultiPolygon") {
+        problem_.clear();
+        fail("is a " + type_ + ", not a Polygon or MultiPolygon");
+    }
     if (problem_.empty()) {
         if (!typeSeen_) fail("has no type");
         else if (type_.empty()) fail("has a type that is not text");

@@ -145,6 +145,8 @@ std::string readFeature(const json& feature, std::size_t index, Fence& fence, Po
     auto geometry = feature.find("geometry");
     const bool polygon = geometry != feature.end() && geometry->is_object() && geometry->contains("type") &&
                          ((*geometry)["type"] == "Polygon" || (*geometry)["type"] == "MultiPolygon");
+    const bool point = geometry != feature.end() && geometry->is_object() && geometry->contains("type") &&
+                       (*geometry)["type"] == "Point";
 
     // The id first, so a bad fence still counts against duplicates.
     const json* id = options.idProperty.empty() ? property("id") : property(options.idProperty);
@@ -152,7 +154,9 @@ std::string readFeature(const json& feature, std::size_t index, Fence& fence, Po
         if (auto it = feature.find("id"); it != feature.end() && !it->is_null()) id = &*it;
     }
     const json indexId = std::to_string(index);
-    if (options.indexIds || (!id && polygon)) id = &indexId;
+    // Points keep their rule (an id or nothing); other features (GBFS zones have no
+    // ids) are named by their place in the file.
+    if (options.indexIds || (!id && !point)) id = &indexId;
     if (!id) return "has no id";
     auto idValue = idText(*id);
     if (!idValue) return "id is neither text nor a whole number";
