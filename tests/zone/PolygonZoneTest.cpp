@@ -6,6 +6,8 @@
 #include "support/TempDir.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "debug/DebugMapViewController.hpp"
+#include "settings/TrackerSettings.hpp"
 #include "fence/FenceIndex.hpp"
 #include "models/GeometryReader.hpp"
 #include "zone/ZoneBuilder.hpp"
@@ -184,6 +186,15 @@ TEST_F(PolygonZoneReaderTest, StoredGeometriesComeBackWithTheirFencesAndLeaveThe
     }
     EXPECT_TRUE(back[0]->geometry);
     for (const auto& fence : Fence::getFences(true)) EXPECT_FALSE(fence->geometry); // not asked for
+
+    // The debug map draws what is stored: polygons with polygon fences on.
+    EXPECT_FALSE(DebugMapViewController::drawOverlays("")["fences"][0].contains("polygons"));
+    ExtendedOptions extended;
+    extended.polygonFences = true;
+    TrackerSettings::sharedInstance().setExtendedOptions(extended);
+    const auto map = DebugMapViewController::drawOverlays("");
+    EXPECT_EQ(map["fences"][0]["polygons"], json::parse("[[[[51.35,0.7],[51.35,0.704],[51.354,0.704],[51.35,0.7]]]]"));
+    EXPECT_FALSE(map["fences"][3].contains("polygons"));
 
     // A list stored later without them (polygon fences turned off) is not theirs.
     ASSERT_TRUE(Fence::saveFenceList({std::make_shared<Fence>("yard", "Yard", 51.36, 0.702, 300, std::vector<std::string>{})},
