@@ -35,7 +35,9 @@ public:
 
 private:
     // Bounds from a flat metric fitted at the centre; valid over the fence's box,
-    // which never crosses the antimeridian or comes near a pole.
+    // which never crosses the antimeridian or comes near a pole. For a polygon fence
+    // (both scales zero) it holds the geometry's box instead: south and west, and the
+    // spans of latitude and longitude (rounded up) in insideBelow and outsideFrom.
     struct alignas(32) LocalDisc {
         double latitude = 0.0;
         double longitude = 0.0; // in [-180, 180)

@@ -22,7 +22,7 @@ namespace bvgeo {
 namespace {
 
 // Polygons with fewer edges are decided by a plain ray over all of them.
-constexpr std::size_t kGridMinEdges = 24;
+constexpr std::size_t kGridMinEdges = 64;
 // Edges per cell aimed at: fewer cells cost less memory, more cells fewer tests.
 constexpr double kEdgesPerCell = 2.0;
 constexpr std::uint32_t kMaxGridSide = 2048;
@@ -148,6 +148,9 @@ FenceGeometryResult FenceGeometry::make(PolygonRings in) {
         if (!g.buildGrid(polygon, problem, work) || !g.checkPolygon(polygon, problem, work))
             return fail("polygon " + std::to_string(p) + " " + problem);
     }
+    g.polygons_.shrink_to_fit();
+    g.grids_.shrink_to_fit();
+    g.ringStart_.shrink_to_fit();
     g.cellStart_.shrink_to_fit();
     g.cellState_.shrink_to_fit();
     g.edges_.shrink_to_fit();
@@ -174,18 +177,20 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
 
     const double cells = std::max(1.0, static_cast<double>(edgeCount) / kEdgesPerCell);
     const double aspect = width / height;
-    polygon.columns = static_cast<std::uint32_t>(std::clamp(std::round(std::sqrt(cells * aspect)), 1.0, double(kMaxGridSide)));
-    polygon.rows = static_cast<std::uint32_t>(std::clamp(std::round(cells / polygon.columns), 1.0, double(kMaxGridSide)));
-    polygon.cellWidth = width / polygon.columns;
-    polygon.cellHeight = height / polygon.rows;
-    const std::uint32_t columns = polygon.columns, rows = polygon.rows;
+    polygon.grid = static_cast<std::uint32_t>(grids_.size());
+    Grid& grid = grids_.emplace_back();
+    grid.columns = static_cast<std::uint32_t>(std::clamp(std::round(std::sqrt(cells * aspect)), 1.0, double(kMaxGridSide)));
+    grid.rows = static_cast<std::uint32_t>(std::clamp(std::round(cells / grid.columns), 1.0, double(kMaxGridSide)));
+    grid.cellWidth = width / grid.columns;
+    grid.cellHeight = height / grid.rows;
+    const std::uint32_t columns = grid.columns, rows = grid.rows;
     const std::size_t cellCount = std::size_t{columns} * rows;
-    polygon.firstCell = static_cast<std::uint32_t>(cellStart_.size());
+    grid.firstCell = static_cast<std::uint32_t>(cellStart_.size());
 
     // Every cell an edge comes near, in cell units with a margin for rounding.
     const auto forEachCell = [&](std::uint32_t e, auto visit) {
-        const double u1 = (xy_[2 * e] - polygon.west) / polygon.cellWidth, v1 = (xy_[2 * e + 1] - polygon.south) / polygon.cellHeight;
-        const double u2 = (xy_[2 * e + 2] - polygon.west) / polygon.cellWidth, v2 = (xy_[2 * e + 3] - polygon.south) / polygon.cellHeight;
+        const double u1 = (xy_[2 * e] - polygon.west) / grid.cellWidth, v1 = (xy_[2 * e + 1] - polygon.south) / grid.cellHeight;
+        const double u2 = (xy_[2 * e + 2] - polygon.west) / grid.cellWidth, v2 = (xy_[2 * e + 3] - polygon.south) / grid.cellHeight;
         const auto clampIndex = [](double value, std::uint32_t size) {
             return static_cast<std::uint32_t>(std::clamp(std::floor(value), 0.0, double(size - 1)));
         };
@@ -219,7 +224,7 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
     cellStart_.insert(cellStart_.end(), start.begin(), start.end());
     cellState_.resize(cellStart_.size(), 0);
 
-    const std::uint32_t* cellStart = &cellStart_[polygon.firstCell];
+    const std::uint32_t* cellStart = &cellStart_[grid.firstCell];
     // No two edges may cross: only edges sharing a cell can.
     for (std::size_t c = 0; c < cellCount; ++c) {
         const std::uint32_t begin = cellStart[c], end = cellStart[c + 1];
@@ -235,7 +240,7 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
 
     // Reference states: the first cell by a ray, then each cell from its neighbour
     // (down the first column, then along each row) by the crossings between them.
-    std::uint8_t* state = &cellState_[polygon.firstCell];
+    std::uint8_t* state = &cellState_[grid.firstCell];
     const auto onEdgeOfCell = [&](std::size_t cell, double x, double y) {
         for (std::uint32_t a = cellStart[cell]; a < cellStart[cell + 1]; ++a)
             if (onSegment(&xy_[2 * edges_[a]], &xy_[2 * edges_[a] + 2], x, y)) return true;
@@ -246,7 +251,7 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
         const unsigned fromShift = (state[from] >> 1) & 7;
         for (unsigned shift = 0; shift < kNoReference; ++shift) {
             double x, y;
-            referencePoint(polygon, column, row, shift, x, y);
+            referencePoint(polygon, grid, column, row, shift, x, y);
             if (onEdgeOfCell(cell, x, y)) continue;
             bool inside;
             if (fromShift == kNoReference) {
@@ -255,7 +260,7 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
                 inside = ray.inside;
             } else {
                 double fx, fy;
-                referencePoint(polygon, static_cast<std::uint32_t>(from % columns), static_cast<std::uint32_t>(from / columns),
+                referencePoint(polygon, grid, static_cast<std::uint32_t>(from % columns), static_cast<std::uint32_t>(from / columns),
                                fromShift, fx, fy);
                 bool parity = state[from] & 1;
                 // The two cells' lists, each ascending, merged without repeats.
@@ -330,10 +335,10 @@ bool FenceGeometry::checkPolygon(const Polygon& polygon, std::string& problem, s
     return true;
 }
 
-void FenceGeometry::referencePoint(const Polygon& polygon, std::uint32_t column, std::uint32_t row, unsigned shift,
-                                   double& x, double& y) const {
-    x = polygon.west + (column + 0.5 + kShifts[shift][0]) * polygon.cellWidth;
-    y = polygon.south + (row + 0.5 + kShifts[shift][1]) * polygon.cellHeight;
+void FenceGeometry::referencePoint(const Polygon& polygon, const Grid& grid, std::uint32_t column, std::uint32_t row,
+                                   unsigned shift, double& x, double& y) const {
+    x = polygon.west + (column + 0.5 + kShifts[shift][0]) * grid.cellWidth;
+    y = polygon.south + (row + 0.5 + kShifts[shift][1]) * grid.cellHeight;
 }
 
 FenceGeometry::RayAnswer FenceGeometry::ringRayTest(std::uint32_t ring, double x, double y) const {
@@ -366,15 +371,16 @@ FenceGeometry::RayAnswer FenceGeometry::rayTest(const Polygon& polygon, double x
 
 bool FenceGeometry::polygonContains(const Polygon& polygon, double x, double y) const {
     if (x < polygon.west || x > polygon.east || y < polygon.south || y > polygon.north) return false;
-    if (polygon.columns == 0) {
+    if (polygon.grid == kNoGrid) {
         const RayAnswer answer = rayTest(polygon, x, y);
         return answer.inside && !answer.onBoundary;
     }
+    const Grid& grid = grids_[polygon.grid];
     const auto column = static_cast<std::uint32_t>(
-        std::clamp(std::floor((x - polygon.west) / polygon.cellWidth), 0.0, double(polygon.columns - 1)));
+        std::clamp(std::floor((x - polygon.west) / grid.cellWidth), 0.0, double(grid.columns - 1)));
     const auto row = static_cast<std::uint32_t>(
-        std::clamp(std::floor((y - polygon.south) / polygon.cellHeight), 0.0, double(polygon.rows - 1)));
-    const std::size_t cell = polygon.firstCell + std::size_t{row} * polygon.columns + column;
+        std::clamp(std::floor((y - polygon.south) / grid.cellHeight), 0.0, double(grid.rows - 1)));
+    const std::size_t cell = grid.firstCell + std::size_t{row} * grid.columns + column;
     const std::uint32_t begin = cellStart_[cell], end = cellStart_[cell + 1];
     const std::uint8_t state = cellState_[cell];
     if (begin == end) return state & 1;
@@ -384,7 +390,7 @@ bool FenceGeometry::polygonContains(const Polygon& polygon, double x, double y) 
         return answer.inside && !answer.onBoundary;
     }
     double rx, ry;
-    referencePoint(polygon, column, row, shift, rx, ry);
+    referencePoint(polygon, grid, column, row, shift, rx, ry);
     bool inside = state & 1;
     const double* v = xy_.data();
     for (std::uint32_t a = begin; a < end; ++a) {
@@ -397,11 +403,37 @@ bool FenceGeometry::polygonContains(const Polygon& polygon, double x, double y) 
 
 bool FenceGeometry::contains(double latitude, double longitude) const {
     if (!std::isfinite(latitude) || !std::isfinite(longitude)) return false;
-    const double x = flushTiny(normalizedLongitude(longitude)), y = flushTiny(latitude);
+    if (longitude < -180.0 || longitude >= 180.0) longitude = normalizedLongitude(longitude);
+    const double x = flushTiny(longitude), y = flushTiny(latitude);
     if (x < west_ || x > east_ || y < south_ || y > north_) return false;
     for (const Polygon& polygon : polygons_)
         if (polygonContains(polygon, x, y)) return true;
     return false;
+}
+
+FenceGeometry::RectangleSide FenceGeometry::rectangleSide(double west, double south, double east,
+                                                           double north) const {
+    if (east < west_ || west > east_ || north < south_ || south > north_) return RectangleSide::Outside;
+    for (const Polygon& polygon : polygons_) {
+        if (east < polygon.west || west > polygon.east || north < polygon.south || south > polygon.north) continue;
+        for (std::uint32_t r = polygon.firstRing; r < polygon.endRing; ++r)
+            for (std::uint32_t i = ringStart_[r]; i + 1 < ringStart_[r + 1]; ++i) {
+                const double* a = &xy_[2 * i];
+                const double* b = a + 2;
+                if (std::max(a[0], b[0]) < west || std::min(a[0], b[0]) > east || std::max(a[1], b[1]) < south ||
+                    std::min(a[1], b[1]) > north)
+                    continue;
+                // The edge's box meets the rectangle: unless every corner lies strictly
+                // on one side of its line, count it as touching.
+                const int c1 = orientation(a[0], a[1], b[0], b[1], west, south);
+                const int c2 = orientation(a[0], a[1], b[0], b[1], east, south);
+                const int c3 = orientation(a[0], a[1], b[0], b[1], east, north);
+                const int c4 = orientation(a[0], a[1], b[0], b[1], west, north);
+                if (!(c1 == c2 && c2 == c3 && c3 == c4 && c1 != 0)) return RectangleSide::Edge;
+            }
+    }
+    // No edge near: the whole rectangle is as its centre.
+    return contains((south + north) / 2, (west + east) / 2) ? RectangleSide::Inside : RectangleSide::Outside;
 }
 
 double FenceGeometry::signedDistance(double latitude, double longitude) const {
@@ -481,7 +513,7 @@ std::vector<std::vector<std::vector<std::pair<double, double>>>> FenceGeometry::
 
 std::size_t FenceGeometry::memoryBytes() const {
     return sizeof(FenceGeometry) + xy_.capacity() * sizeof(double) + ringStart_.capacity() * sizeof(std::uint32_t) +
-           polygons_.capacity() * sizeof(Polygon) + cellStart_.capacity() * sizeof(std::uint32_t) +
+           polygons_.capacity() * sizeof(Polygon) + grids_.capacity() * sizeof(Grid) + cellStart_.capacity() * sizeof(std::uint32_t) +
            cellState_.capacity() + edges_.capacity() * sizeof(std::uint32_t);
 }
 

@@ -62,6 +62,11 @@ public:
     // slack) of the centre: the fence's circle is meant to enclose its geometry.
     bool withinCircle(double latitude, double longitude, double radius) const;
 
+    // How the closed rectangle lies to the geometry: wholly outside, wholly inside,
+    // or touched by an edge (or too close to one to say).
+    enum class RectangleSide { Outside, Inside, Edge };
+    RectangleSide rectangleSide(double west, double south, double east, double north) const;
+
     // The geometry as GeoJSON text; reading it back gives an equal geometry.
     std::string geoJson() const;
 
@@ -80,10 +85,13 @@ public:
 
     bool operator==(const FenceGeometry& other) const;
 
+    static constexpr std::uint32_t kNoGrid = ~std::uint32_t{0};
     struct Polygon {
         std::uint32_t firstRing = 0, endRing = 0;
+        std::uint32_t grid = kNoGrid; // into grids_, for a polygon of many edges
         double west = 0, south = 0, east = 0, north = 0;
-        // Edge grid, when the polygon has one (columns > 0).
+    };
+    struct Grid {
         std::uint32_t columns = 0, rows = 0;
         std::uint32_t firstCell = 0; // into cellStart_ (columns*rows + 1 entries) and cellState_
         double cellWidth = 0, cellHeight = 0;
@@ -100,7 +108,7 @@ private:
     RayAnswer rayTest(const Polygon& polygon, double x, double y) const;
     RayAnswer ringRayTest(std::uint32_t ring, double x, double y) const;
     bool polygonContains(const Polygon& polygon, double x, double y) const;
-    void referencePoint(const Polygon& polygon, std::uint32_t column, std::uint32_t row, unsigned shift, double& x,
+    void referencePoint(const Polygon& polygon, const Grid& grid, std::uint32_t column, std::uint32_t row, unsigned shift, double& x,
                         double& y) const;
     // Edge grid and reference states; false with `problem` set when two edges cross.
     bool buildGrid(Polygon& polygon, std::string& problem, std::size_t& work);
@@ -109,6 +117,7 @@ private:
     std::vector<double> xy_;
     std::vector<std::uint32_t> ringStart_; // ring i is positions [ringStart_[i], ringStart_[i + 1])
     std::vector<Polygon> polygons_;
+    std::vector<Grid> grids_;
     std::vector<std::uint32_t> cellStart_; // per grid: edges of cell c in edges_[cellStart_[c] .. cellStart_[c + 1])
     std::vector<std::uint8_t> cellState_;
     std::vector<std::uint32_t> edges_;     // an edge is named by its first position

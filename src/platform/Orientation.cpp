@@ -36,6 +36,8 @@ std::size_t growExpansion(double* e, std::size_t n, double b) {
     return out;
 }
 
+} // namespace
+
 // Sign of (bx-ax)(cy-ay) - (by-ay)(cx-ax), computed exactly.
 int exactOrientation(double ax, double ay, double bx, double by, double cx, double cy) {
     double d[4][2]; // each difference as an exact pair (value, error)
@@ -61,20 +63,5 @@ int exactOrientation(double ax, double ay, double bx, double by, double cx, doub
     return sum[n - 1] > 0.0 ? 1 : -1;
 }
 
-} // namespace
-
-int orientation(double ax, double ay, double bx, double by, double cx, double cy) {
-    const double left = (bx - ax) * (cy - ay);
-    const double right = (by - ay) * (cx - ax);
-    const double det = left - right;
-    // The classic bound for this evaluation order (3ε + 16ε²) on |left| + |right|.
-    constexpr double kEpsilon = 1.1102230246251565e-16; // 2^-53
-    constexpr double kBound = (3.0 + 16.0 * kEpsilon) * kEpsilon;
-    const double bound = kBound * (std::fabs(left) + std::fabs(right));
-    if (det > bound) return 1;
-    if (-det > bound) return -1;
-    if (left == 0.0 && right == 0.0) return 0; // both products exact zeros only if a factor is an exact zero
-    return exactOrientation(ax, ay, bx, by, cx, cy);
-}
 
 } // namespace bvgeo
