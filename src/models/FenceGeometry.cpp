@@ -32,8 +32,16 @@ constexpr double kCellMargin = 1e-6;
 constexpr double kShifts[7][2] = {{0, 0},         {0.25, 0.25},  {-0.25, 0.25}, {0.25, -0.25},
                                   {-0.25, -0.25}, {0.11, 0.37},  {-0.37, 0.11}};
 constexpr unsigned kNoReference = 7;
+// A cell's start in index_: the offset below, its state (inside bit, reference shift) above.
+constexpr unsigned kStateShift = 28;
+constexpr std::uint32_t kOffsetMask = (std::uint32_t{1} << kStateShift) - 1;
 // Pair tests and ring walks allowed for the checks of one geometry.
 constexpr std::size_t kMaxCheckWork = 400'000'000;
+
+float floatAtLeast(double value) {
+    const auto rounded = static_cast<float>(value);
+    return static_cast<double>(rounded) >= value ? rounded : std::nextafter(rounded, INFINITY);
+}
 
 double flushTiny(double value) { return std::fabs(value) < 1e-100 ? 0.0 : value; }
 
@@ -89,8 +97,6 @@ FenceGeometryResult FenceGeometry::make(PolygonRings in) {
     FenceGeometry& g = *geometry;
     g.multi_ = in.multi;
     g.xy_.reserve(in.xy.size());
-    g.west_ = g.south_ = std::numeric_limits<double>::infinity();
-    g.east_ = g.north_ = -std::numeric_limits<double>::infinity();
     std::uint32_t ring = 0, position = 0;
     for (std::size_t p = 0; p < in.polygonEnds.size(); ++p) {
         const std::uint32_t ringEnd = in.polygonEnds[p];
@@ -131,10 +137,6 @@ FenceGeometryResult FenceGeometry::make(PolygonRings in) {
             position = end;
         }
         polygon.endRing = static_cast<std::uint32_t>(g.ringStart_.size());
-        g.west_ = std::min(g.west_, polygon.west);
-        g.east_ = std::max(g.east_, polygon.east);
-        g.south_ = std::min(g.south_, polygon.south);
-        g.north_ = std::max(g.north_, polygon.north);
         g.polygons_.push_back(polygon);
     }
     g.ringStart_.push_back(static_cast<std::uint32_t>(g.xy_.size() / 2));
@@ -149,11 +151,8 @@ FenceGeometryResult FenceGeometry::make(PolygonRings in) {
             return fail("polygon " + std::to_string(p) + " " + problem);
     }
     g.polygons_.shrink_to_fit();
-    g.grids_.shrink_to_fit();
     g.ringStart_.shrink_to_fit();
-    g.cellStart_.shrink_to_fit();
-    g.cellState_.shrink_to_fit();
-    g.edges_.shrink_to_fit();
+    g.index_.shrink_to_fit();
     result.geometry = std::move(geometry);
     return result;
 }
@@ -177,15 +176,14 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
 
     const double cells = std::max(1.0, static_cast<double>(edgeCount) / kEdgesPerCell);
     const double aspect = width / height;
-    polygon.grid = static_cast<std::uint32_t>(grids_.size());
-    Grid& grid = grids_.emplace_back();
-    grid.columns = static_cast<std::uint32_t>(std::clamp(std::round(std::sqrt(cells * aspect)), 1.0, double(kMaxGridSide)));
-    grid.rows = static_cast<std::uint32_t>(std::clamp(std::round(cells / grid.columns), 1.0, double(kMaxGridSide)));
-    grid.cellWidth = width / grid.columns;
-    grid.cellHeight = height / grid.rows;
+    Polygon& grid = polygon;
+    grid.columns = static_cast<std::uint16_t>(std::clamp(std::round(std::sqrt(cells * aspect)), 1.0, double(kMaxGridSide)));
+    grid.rows = static_cast<std::uint16_t>(std::clamp(std::round(cells / grid.columns), 1.0, double(kMaxGridSide)));
+    grid.cellWidth = floatAtLeast(width / grid.columns);
+    grid.cellHeight = floatAtLeast(height / grid.rows);
     const std::uint32_t columns = grid.columns, rows = grid.rows;
     const std::size_t cellCount = std::size_t{columns} * rows;
-    grid.firstCell = static_cast<std::uint32_t>(cellStart_.size());
+    grid.firstCell = static_cast<std::uint32_t>(index_.size());
 
     // Every cell an edge comes near, in cell units with a margin for rounding.
     const auto forEachCell = [&](std::uint32_t e, auto visit) {
@@ -212,19 +210,20 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
         for (std::uint32_t e = ringStart_[r]; e + 1 < ringStart_[r + 1]; ++e)
             forEachCell(e, [&](std::size_t cell) { ++start[cell + 1]; });
     for (std::size_t c = 1; c <= cellCount; ++c) start[c] += start[c - 1];
-    const std::size_t base = edges_.size();
-    edges_.resize(base + start[cellCount]);
+    const std::size_t edgesBase = grid.firstCell + cellCount + 1;
+    if (edgesBase + start[cellCount] > kOffsetMask) return problem = "is too large to index", false;
+    index_.resize(edgesBase + start[cellCount]);
     {
         std::vector<std::uint32_t> fill(start.begin(), start.end() - 1);
         for (std::uint32_t r = polygon.firstRing; r < polygon.endRing; ++r)
             for (std::uint32_t e = ringStart_[r]; e + 1 < ringStart_[r + 1]; ++e)
-                forEachCell(e, [&](std::size_t cell) { edges_[base + fill[cell]++] = e; });
+                forEachCell(e, [&](std::size_t cell) { index_[edgesBase + fill[cell]++] = e; });
     }
-    for (auto& value : start) value += static_cast<std::uint32_t>(base);
-    cellStart_.insert(cellStart_.end(), start.begin(), start.end());
-    cellState_.resize(cellStart_.size(), 0);
+    for (std::size_t c = 0; c <= cellCount; ++c) index_[grid.firstCell + c] = static_cast<std::uint32_t>(edgesBase + start[c]);
+    start = {};
+    const std::vector<std::uint32_t>& edges_ = index_;
+    const std::uint32_t* cellStart = &index_[grid.firstCell]; // no state bits yet
 
-    const std::uint32_t* cellStart = &cellStart_[grid.firstCell];
     // No two edges may cross: only edges sharing a cell can.
     for (std::size_t c = 0; c < cellCount; ++c) {
         const std::uint32_t begin = cellStart[c], end = cellStart[c + 1];
@@ -240,7 +239,8 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
 
     // Reference states: the first cell by a ray, then each cell from its neighbour
     // (down the first column, then along each row) by the crossings between them.
-    std::uint8_t* state = &cellState_[grid.firstCell];
+    std::vector<std::uint8_t> states(cellCount, 0);
+    std::uint8_t* state = states.data();
     const auto onEdgeOfCell = [&](std::size_t cell, double x, double y) {
         for (std::uint32_t a = cellStart[cell]; a < cellStart[cell + 1]; ++a)
             if (onSegment(&xy_[2 * edges_[a]], &xy_[2 * edges_[a] + 2], x, y)) return true;
@@ -251,7 +251,7 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
         const unsigned fromShift = (state[from] >> 1) & 7;
         for (unsigned shift = 0; shift < kNoReference; ++shift) {
             double x, y;
-            referencePoint(polygon, grid, column, row, shift, x, y);
+            referencePoint(polygon, column, row, shift, x, y);
             if (onEdgeOfCell(cell, x, y)) continue;
             bool inside;
             if (fromShift == kNoReference) {
@@ -260,7 +260,7 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
                 inside = ray.inside;
             } else {
                 double fx, fy;
-                referencePoint(polygon, grid, static_cast<std::uint32_t>(from % columns), static_cast<std::uint32_t>(from / columns),
+                referencePoint(polygon, static_cast<std::uint32_t>(from % columns), static_cast<std::uint32_t>(from / columns),
                                fromShift, fx, fy);
                 bool parity = state[from] & 1;
                 // The two cells' lists, each ascending, merged without repeats.
@@ -289,6 +289,7 @@ bool FenceGeometry::buildGrid(Polygon& polygon, std::string& problem, std::size_
         }
         for (std::uint32_t column = 1; column < columns; ++column) derive(first + column - 1, first + column, column, row);
     }
+    for (std::size_t c = 0; c < cellCount; ++c) index_[grid.firstCell + c] |= std::uint32_t{states[c]} << kStateShift;
     return true;
 }
 
@@ -335,10 +336,10 @@ bool FenceGeometry::checkPolygon(const Polygon& polygon, std::string& problem, s
     return true;
 }
 
-void FenceGeometry::referencePoint(const Polygon& polygon, const Grid& grid, std::uint32_t column, std::uint32_t row,
-                                   unsigned shift, double& x, double& y) const {
-    x = polygon.west + (column + 0.5 + kShifts[shift][0]) * grid.cellWidth;
-    y = polygon.south + (row + 0.5 + kShifts[shift][1]) * grid.cellHeight;
+void FenceGeometry::referencePoint(const Polygon& polygon, std::uint32_t column, std::uint32_t row, unsigned shift,
+                                   double& x, double& y) const {
+    x = polygon.west + (column + 0.5 + kShifts[shift][0]) * static_cast<double>(polygon.cellWidth);
+    y = polygon.south + (row + 0.5 + kShifts[shift][1]) * static_cast<double>(polygon.cellHeight);
 }
 
 FenceGeometry::RayAnswer FenceGeometry::ringRayTest(std::uint32_t ring, double x, double y) const {
@@ -371,18 +372,17 @@ FenceGeometry::RayAnswer FenceGeometry::rayTest(const Polygon& polygon, double x
 
 bool FenceGeometry::polygonContains(const Polygon& polygon, double x, double y) const {
     if (x < polygon.west || x > polygon.east || y < polygon.south || y > polygon.north) return false;
-    if (polygon.grid == kNoGrid) {
+    if (polygon.columns == 0) {
         const RayAnswer answer = rayTest(polygon, x, y);
         return answer.inside && !answer.onBoundary;
     }
-    const Grid& grid = grids_[polygon.grid];
-    const auto column = static_cast<std::uint32_t>(
-        std::clamp(std::floor((x - polygon.west) / grid.cellWidth), 0.0, double(grid.columns - 1)));
-    const auto row = static_cast<std::uint32_t>(
-        std::clamp(std::floor((y - polygon.south) / grid.cellHeight), 0.0, double(grid.rows - 1)));
-    const std::size_t cell = grid.firstCell + std::size_t{row} * grid.columns + column;
-    const std::uint32_t begin = cellStart_[cell], end = cellStart_[cell + 1];
-    const std::uint8_t state = cellState_[cell];
+    const auto column = static_cast<std::uint32_t>(std::clamp(
+        std::floor((x - polygon.west) / static_cast<double>(polygon.cellWidth)), 0.0, double(polygon.columns - 1)));
+    const auto row = static_cast<std::uint32_t>(std::clamp(
+        std::floor((y - polygon.south) / static_cast<double>(polygon.cellHeight)), 0.0, double(polygon.rows - 1)));
+    const std::size_t cell = polygon.firstCell + std::size_t{row} * polygon.columns + column;
+    const std::uint32_t begin = index_[cell] & kOffsetMask, end = index_[cell + 1] & kOffsetMask;
+    const unsigned state = index_[cell] >> kStateShift;
     if (begin == end) return state & 1;
     const unsigned shift = (state >> 1) & 7;
     if (shift == kNoReference) {
@@ -390,11 +390,11 @@ bool FenceGeometry::polygonContains(const Polygon& polygon, double x, double y) 
         return answer.inside && !answer.onBoundary;
     }
     double rx, ry;
-    referencePoint(polygon, grid, column, row, shift, rx, ry);
+    referencePoint(polygon, column, row, shift, rx, ry);
     bool inside = state & 1;
     const double* v = xy_.data();
     for (std::uint32_t a = begin; a < end; ++a) {
-        const double* p = v + 2 * edges_[a];
+        const double* p = v + 2 * index_[a];
         if (onSegment(p, p + 2, x, y)) return false;
         if (crossesPushed(p, p + 2, x, y, rx, ry)) inside = !inside;
     }
@@ -405,7 +405,6 @@ bool FenceGeometry::contains(double latitude, double longitude) const {
     if (!std::isfinite(latitude) || !std::isfinite(longitude)) return false;
     if (longitude < -180.0 || longitude >= 180.0) longitude = normalizedLongitude(longitude);
     const double x = flushTiny(longitude), y = flushTiny(latitude);
-    if (x < west_ || x > east_ || y < south_ || y > north_) return false;
     for (const Polygon& polygon : polygons_)
         if (polygonContains(polygon, x, y)) return true;
     return false;
@@ -413,7 +412,6 @@ bool FenceGeometry::contains(double latitude, double longitude) const {
 
 FenceGeometry::RectangleSide FenceGeometry::rectangleSide(double west, double south, double east,
                                                            double north) const {
-    if (east < west_ || west > east_ || north < south_ || south > north_) return RectangleSide::Outside;
     for (const Polygon& polygon : polygons_) {
         if (east < polygon.west || west > polygon.east || north < polygon.south || south > polygon.north) continue;
         for (std::uint32_t r = polygon.firstRing; r < polygon.endRing; ++r)
@@ -513,8 +511,31 @@ std::vector<std::vector<std::vector<std::pair<double, double>>>> FenceGeometry::
 
 std::size_t FenceGeometry::memoryBytes() const {
     return sizeof(FenceGeometry) + xy_.capacity() * sizeof(double) + ringStart_.capacity() * sizeof(std::uint32_t) +
-           polygons_.capacity() * sizeof(Polygon) + grids_.capacity() * sizeof(Grid) + cellStart_.capacity() * sizeof(std::uint32_t) +
-           cellState_.capacity() + edges_.capacity() * sizeof(std::uint32_t);
+           polygons_.capacity() * sizeof(Polygon) + index_.capacity() * sizeof(std::uint32_t);
+}
+
+double FenceGeometry::west() const {
+    double value = std::numeric_limits<double>::infinity();
+    for (const Polygon& polygon : polygons_) value = std::min(value, polygon.west);
+    return value;
+}
+
+double FenceGeometry::south() const {
+    double value = std::numeric_limits<double>::infinity();
+    for (const Polygon& polygon : polygons_) value = std::min(value, polygon.south);
+    return value;
+}
+
+double FenceGeometry::east() const {
+    double value = -std::numeric_limits<double>::infinity();
+    for (const Polygon& polygon : polygons_) value = std::max(value, polygon.east);
+    return value;
+}
+
+double FenceGeometry::north() const {
+    double value = -std::numeric_limits<double>::infinity();
+    for (const Polygon& polygon : polygons_) value = std::max(value, polygon.north);
+    return value;
 }
 
 bool FenceGeometry::operator==(const FenceGeometry& other) const {

@@ -70,10 +70,10 @@ public:
     // The geometry as GeoJSON text; reading it back gives an equal geometry.
     std::string geoJson() const;
 
-    double west() const { return west_; }
-    double south() const { return south_; }
-    double east() const { return east_; }
-    double north() const { return north_; }
+    double west() const;
+    double south() const;
+    double east() const;
+    double north() const;
     std::size_t positionCount() const { return xy_.size() / 2; }
     std::size_t polygonCount() const { return polygons_.size(); }
     // Heap bytes held, the object included.
@@ -85,16 +85,14 @@ public:
 
     bool operator==(const FenceGeometry& other) const;
 
-    static constexpr std::uint32_t kNoGrid = ~std::uint32_t{0};
     struct Polygon {
         std::uint32_t firstRing = 0, endRing = 0;
-        std::uint32_t grid = kNoGrid; // into grids_, for a polygon of many edges
+        // Edge grid, for a polygon of many edges (columns > 0): cell sizes rounded up
+        // so the cells cover the box; the cells' starts from index_[firstCell].
+        std::uint16_t columns = 0, rows = 0;
+        std::uint32_t firstCell = 0;
+        float cellWidth = 0, cellHeight = 0;
         double west = 0, south = 0, east = 0, north = 0;
-    };
-    struct Grid {
-        std::uint32_t columns = 0, rows = 0;
-        std::uint32_t firstCell = 0; // into cellStart_ (columns*rows + 1 entries) and cellState_
-        double cellWidth = 0, cellHeight = 0;
     };
 
 private:
@@ -108,20 +106,21 @@ private:
     RayAnswer rayTest(const Polygon& polygon, double x, double y) const;
     RayAnswer ringRayTest(std::uint32_t ring, double x, double y) const;
     bool polygonContains(const Polygon& polygon, double x, double y) const;
-    void referencePoint(const Polygon& polygon, const Grid& grid, std::uint32_t column, std::uint32_t row, unsigned shift, double& x,
+    void referencePoint(const Polygon& polygon, std::uint32_t column, std::uint32_t row, unsigned shift, double& x,
                         double& y) const;
     // Edge grid and reference states; false with `problem` set when two edges cross.
     bool buildGrid(Polygon& polygon, std::string& problem, std::size_t& work);
     bool checkPolygon(const Polygon& polygon, std::string& problem, std::size_t& work) const;
 
+    // Few allocations per geometry: GBFS zones and census tracts have some fifteen
+    // positions each, so what a geometry costs besides them must stay small.
     std::vector<double> xy_;
     std::vector<std::uint32_t> ringStart_; // ring i is positions [ringStart_[i], ringStart_[i + 1])
     std::vector<Polygon> polygons_;
-    std::vector<Grid> grids_;
-    std::vector<std::uint32_t> cellStart_; // per grid: edges of cell c in edges_[cellStart_[c] .. cellStart_[c + 1])
-    std::vector<std::uint8_t> cellState_;
-    std::vector<std::uint32_t> edges_;     // an edge is named by its first position
-    double west_ = 0, south_ = 0, east_ = 0, north_ = 0;
+    // Per grid, its cells' starts (cell c's edges are index_[start(c) .. start(c + 1)),
+    // its reference state in the top bits of its start), then those edges, each named
+    // by its first position.
+    std::vector<std::uint32_t> index_;
     bool multi_ = false;
 };
 
