@@ -227,3 +227,11 @@ def test_tracks_are_read_from_gpx_and_csv_in_time_order(tmp_path):
     nmea.write_text("$GPGLL,5950.000,N,02330.000,E,095559,A*2C\n")
     with pytest.raises(bvgeo.TrackError, match="NMEA"):
         bvgeo.read_track(nmea)
+
+
+def test_polygon_fences_option_reaches_the_library_and_comes_back(data_dir, server):
+    with open_host(data_dir, server) as tracker:
+        assert tracker.extended_options.polygon_fences is False
+        tracker.extended_options = bvgeo.ExtendedOptions(polygon_fences=True, fence_listing_limit=2)
+        back = tracker.extended_options
+        assert back.polygon_fences is True and back.fence_listing_limit == 2
