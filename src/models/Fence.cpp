@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <mutex>
 #include <tuple>
 #include <unordered_map>
 
@@ -96,7 +97,7 @@ std::string insertFences(std::size_t count) {
 
 constexpr const char* kCreateGeometryTable =
     "CREATE TABLE IF NOT EXISTS fence_geometry (id TEXT PRIMARY KEY, latitude TEXT, longitude TEXT, radius REAL, "
-    "geometry TEXT)";
+    "geometry TEXT, digest INTEGER)";
 
 bool geometryTableExists(const DatabaseHandle& database) {
     bool exists = false;
@@ -107,19 +108,40 @@ bool geometryTableExists(const DatabaseHandle& database) {
 
 struct StoredGeometry {
     double latitude, longitude, radius;
-    std::string geometry; // empty for a circle
+    std::int64_t digest; // of the geometry's text; 0 for a circle
+    bool isCircle;
 };
 
-// The geometry table by fence id; empty when there is no table.
+// FNV-1a of the stored text, so a list read again (every 304 once the cache has
+// expired) reuses the geometries already built instead of decoding them anew.
+std::int64_t digestOf(const std::string& text) {
+    std::uint64_t hash = 1469598103934665603ull;
+    for (unsigned char c : text) hash = (hash ^ c) * 1099511628211ull;
+    return static_cast<std::int64_t>(hash | 1); // never 0
+}
+
+// The geometries of the list last stored or read, by fence id with their digest.
+struct GeometryMemo {
+    std::mutex mutex;
+    std::unordered_map<std::string, std::pair<std::int64_t, std::shared_ptr<const FenceGeometry>>> byId;
+};
+
+GeometryMemo& geometryMemo() {
+    static GeometryMemo memo;
+    return memo;
+}
+
+// The geometry table by fence id, without the geometries' text; empty when there is no table.
 std::unordered_map<std::string, StoredGeometry> storedGeometries(const DatabaseHandle& database) {
     std::unordered_map<std::string, StoredGeometry> rows;
     if (!geometryTableExists(database)) return rows;
-    database.executeQuery("SELECT id, latitude, longitude, radius, geometry FROM fence_geometry", {},
-                          [&](const DatabaseRow& row) {
+    database.executeQuery("SELECT id, latitude, longitude, radius, digest, geometry IS NULL AS circle FROM fence_geometry",
+                          {}, [&](const DatabaseRow& row) {
                               rows[row.stringForColumn("id")] = {row.doubleForColumn("latitude"),
                                                                  row.doubleForColumn("longitude"),
                                                                  row.doubleForColumn("radius"),
-                                                                 row.stringForColumn("geometry")};
+                                                                 row.int64ForColumn("digest"),
+                                                                 row.int64ForColumn("circle") == 1};
                           });
     return rows;
 }
@@ -173,11 +195,24 @@ bool Fence::saveFenceList(const std::vector<std::shared_ptr<Fence>>& fences, boo
         // debug mode) are never read as current, so their geometries go too.
         statements.push_back({kCreateGeometryTable, {}});
         statements.push_back({"DELETE FROM fence_geometry", {}});
-        for (const Fence* fence : present)
-            statements.push_back({"INSERT OR REPLACE INTO fence_geometry (id, latitude, longitude, radius, geometry) "
-                                  "VALUES (?, ?, ?, ?, ?)",
-                                  {fence->id, coordinateText(fence->latitude), coordinateText(fence->longitude), fence->radius,
-                                   fence->geometry ? SqlValue(fence->geometry->geoJson()) : SqlValue(nullptr)}});
+        std::unordered_map<std::string, std::pair<std::int64_t, std::shared_ptr<const FenceGeometry>>> memo;
+        for (const Fence* fence : present) {
+            SqlValue text = nullptr, digest = nullptr;
+            if (fence->geometry) {
+                std::string json = fence->geometry->geoJson();
+                digest = digestOf(json);
+                memo[fence->id] = {std::get<std::int64_t>(digest), fence->geometry};
+                text = std::move(json);
+            }
+            statements.push_back({"INSERT OR REPLACE INTO fence_geometry (id, latitude, longitude, radius, geometry, "
+                                  "digest) VALUES (?, ?, ?, ?, ?, ?)",
+                                  {fence->id, coordinateText(fence->latitude), coordinateText(fence->longitude),
+                                   fence->radius, std::move(text), std::move(digest)}});
+        }
+        if (!BV1Database::executeBatch(statements)) return false;
+        std::lock_guard lock(geometryMemo().mutex);
+        geometryMemo().byId = std::move(memo);
+        return true;
     }
     return BV1Database::executeBatch(statements);
 }
@@ -192,6 +227,7 @@ std::vector<std::shared_ptr<Fence>> Fence::getFences(bool onlyCurrentZone, bool 
     BV1Database database;
     std::unordered_map<std::string, StoredGeometry> geometries;
     if (withGeometries) geometries = storedGeometries(database.getDatabase());
+    std::vector<std::pair<std::size_t, std::int64_t>> wanted; // (place in the list, digest) of polygon fences
     FenceListBuilder list;
     database.getDatabase().executeQuery(sql, {}, [&](const DatabaseRow& row) {
         Fence fence;
@@ -203,11 +239,38 @@ std::vector<std::shared_ptr<Fence>> Fence::getFences(bool onlyCurrentZone, bool 
         fence.content_ids = deserializeArray(row.stringForColumn("content_ids"));
         fence.current_zone = row.int64ForColumn("current_zone") == 1;
         if (const StoredGeometry* stored = geometries.empty() ? nullptr : geometryOf(geometries, fence);
-            stored && !stored->geometry.empty())
-            fence.geometry = readFenceGeometry(stored->geometry).geometry; // checked when it was received
+            stored && !stored->isCircle)
+            wanted.emplace_back(list.size(), stored->digest);
         list.add(std::move(fence));
     });
-    return list.finish();
+    auto fences = list.finish();
+    if (wanted.empty()) return fences;
+    // Geometries seen before come from memory; the others are decoded from their text
+    // (checked when they were received).
+    GeometryMemo& memo = geometryMemo();
+    std::unordered_map<std::string, std::pair<std::int64_t, std::shared_ptr<const FenceGeometry>>> seen;
+    {
+        std::lock_guard lock(memo.mutex);
+        seen = memo.byId;
+    }
+    std::unordered_map<std::string, std::pair<std::int64_t, std::shared_ptr<const FenceGeometry>>> now;
+    for (const auto& [at, digest] : wanted) {
+        Fence& fence = *fences[at];
+        if (auto it = seen.find(fence.id); it != seen.end() && it->second.first == digest) {
+            fence.geometry = it->second.second;
+        } else {
+            database.getDatabase().executeQuery("SELECT geometry FROM fence_geometry WHERE id = ?", {fence.id},
+                                                [&](const DatabaseRow& row) {
+                                                    const std::string text = row.stringForColumn("geometry");
+                                                    if (digestOf(text) == digest)
+                                                        fence.geometry = readFenceGeometry(text).geometry;
+                                                });
+        }
+        if (fence.geometry) now[fence.id] = {digest, fence.geometry};
+    }
+    std::lock_guard lock(memo.mutex);
+    memo.byId = std::move(now);
+    return fences;
 }
 
 bool Fence::geometriesStoredForCurrentFences() {
