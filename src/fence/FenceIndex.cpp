@@ -471,9 +471,13 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         const Fence& fence = *fences_[index];
         SphereDisc disc;
         disc.index = index;
-        if (fence.geometry) { // decided by the geometry alone
+        if (fence.geometry) { // decided by its box, then the geometry
             disc.insideBelow = -1.0;
             disc.outsideFrom = kInfinity;
+            disc.box[0] = fence.geometry->south();
+            disc.box[1] = fence.geometry->west();
+            disc.box[2] = fence.geometry->north();
+            disc.box[3] = fence.geometry->east();
             everywhere_.push_back(disc);
             continue;
         }
@@ -486,6 +490,7 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         disc.insideBelow = bounds.insideBelow;
         disc.outsideFrom = bounds.outsideFrom;
         everywhere_.push_back(disc);
+        everywhereCircles_ = true;
     }
 }
 
@@ -518,6 +523,11 @@ bool FenceIndex::containsLocal(std::uint32_t index, double latitude, double long
 
 bool FenceIndex::containsSphere(const SphereDisc& disc, const double (&unit)[3], double latitude,
                                 double longitude) const {
+    if (disc.box[1] <= disc.box[3]) {
+        if (latitude < disc.box[0] || latitude > disc.box[2] || longitude < disc.box[1] || longitude > disc.box[3])
+            return false;
+        return fences_[disc.index]->geometry->contains(latitude, longitude);
+    }
     const double chord = chordSquaredBetween(unit, disc.x, disc.y, disc.z);
     if (chord < disc.insideBelow) return true;
     if (chord >= disc.outsideFrom) return false;
@@ -551,7 +561,7 @@ FenceList FenceIndex::insideFences(double latitude, double longitude) const {
     // ahead overlaps the cache misses.
     constexpr std::ptrdiff_t kPrefetchAhead = 32;
     double unit[3] = {0.0, 0.0, 0.0};
-    if (!everywhere_.empty()) unitVector(latitude, longitude, unit);
+    if (everywhereCircles_) unitVector(latitude, longitude, unit);
     auto other = everywhere_.begin();
     const auto othersEnd = everywhere_.end();
 

@@ -52,6 +52,8 @@ private:
         double x = 0.0, y = 0.0, z = 0.0;
         double insideBelow = -1.0; // squared chord
         double outsideFrom = 0.0;
+        // A polygon fence's box (south, west, north, east); west > east for a circle.
+        double box[4] = {0.0, 1.0, 0.0, -1.0};
     };
     struct CellSlot {
         std::uint64_t key = 0;
@@ -76,6 +78,7 @@ private:
     std::vector<CellSlot> cells_;        // open addressing, power-of-two size, key ~0 marks empty
     std::vector<std::uint32_t> entries_; // per cell: (index << 1) | surelyInsideWholeCell, ascending
     std::vector<SphereDisc> everywhere_; // fences too large or awkward for the grid, ascending index
+    bool everywhereCircles_ = false;     // some of them are circles (polygons need no unit vector)
 };
 
 } // namespace bvgeo

@@ -37,6 +37,8 @@ constexpr unsigned kStateShift = 28;
 constexpr std::uint32_t kOffsetMask = (std::uint32_t{1} << kStateShift) - 1;
 // Pair tests and ring walks allowed for the checks of one geometry.
 constexpr std::size_t kMaxCheckWork = 400'000'000;
+// Geometries of more polygons get a grid of their polygons' boxes.
+constexpr std::size_t kPolygonsForPartGrid = 16;
 
 float floatAtLeast(double value) {
     const auto rounded = static_cast<float>(value);
@@ -153,6 +155,40 @@ FenceGeometryResult FenceGeometry::make(PolygonRings in) {
     g.polygons_.shrink_to_fit();
     g.ringStart_.shrink_to_fit();
     g.index_.shrink_to_fit();
+    if (g.polygons_.size() > kPolygonsForPartGrid) {
+        auto grid = std::make_unique<PartGrid>();
+        grid->west = g.west();
+        grid->south = g.south();
+        const double width = g.east() - grid->west, height = g.north() - grid->south;
+        const auto side = static_cast<std::uint32_t>(std::ceil(std::sqrt(static_cast<double>(g.polygons_.size()))));
+        grid->columns = width > 0 ? side : 1;
+        grid->rows = height > 0 ? side : 1;
+        grid->cellWidth = width > 0 ? width / grid->columns : 1.0;
+        grid->cellHeight = height > 0 ? height / grid->rows : 1.0;
+        const auto cellOf = [&](double value, double origin, double size, std::uint32_t count) {
+            return static_cast<std::uint32_t>(std::clamp(std::floor((value - origin) / size), 0.0, double(count - 1)));
+        };
+        // Each polygon in every cell its box reaches, one cell more on each side for rounding.
+        const auto forEach = [&](auto visit) {
+            for (std::uint32_t p = 0; p < g.polygons_.size(); ++p) {
+                const Polygon& polygon = g.polygons_[p];
+                const std::uint32_t c0 = cellOf(polygon.west, grid->west, grid->cellWidth, grid->columns);
+                const std::uint32_t c1 = cellOf(polygon.east, grid->west, grid->cellWidth, grid->columns);
+                const std::uint32_t r0 = cellOf(polygon.south, grid->south, grid->cellHeight, grid->rows);
+                const std::uint32_t r1 = cellOf(polygon.north, grid->south, grid->cellHeight, grid->rows);
+                for (std::uint32_t r = r0 > 0 ? r0 - 1 : 0; r <= std::min(r1 + 1, grid->rows - 1); ++r)
+                    for (std::uint32_t c = c0 > 0 ? c0 - 1 : 0; c <= std::min(c1 + 1, grid->columns - 1); ++c)
+                        visit(std::size_t{r} * grid->columns + c, p);
+            }
+        };
+        grid->start.assign(std::size_t{grid->columns} * grid->rows + 1, 0);
+        forEach([&](std::size_t cell, std::uint32_t) { ++grid->start[cell + 1]; });
+        for (std::size_t c = 1; c < grid->start.size(); ++c) grid->start[c] += grid->start[c - 1];
+        grid->parts.resize(grid->start.back());
+        std::vector<std::uint32_t> fill(grid->start.begin(), grid->start.end() - 1);
+        forEach([&](std::size_t cell, std::uint32_t p) { grid->parts[fill[cell]++] = p; });
+        g.partGrid_ = std::move(grid);
+    }
     result.geometry = std::move(geometry);
     return result;
 }
@@ -405,6 +441,16 @@ bool FenceGeometry::contains(double latitude, double longitude) const {
     if (!std::isfinite(latitude) || !std::isfinite(longitude)) return false;
     if (longitude < -180.0 || longitude >= 180.0) longitude = normalizedLongitude(longitude);
     const double x = flushTiny(longitude), y = flushTiny(latitude);
+    if (const PartGrid* grid = partGrid_.get()) {
+        const double u = std::floor((x - grid->west) / grid->cellWidth), v = std::floor((y - grid->south) / grid->cellHeight);
+        if (u < -1 || v < -1 || u > grid->columns || v > grid->rows) return false;
+        const auto column = static_cast<std::uint32_t>(std::clamp(u, 0.0, double(grid->columns - 1)));
+        const auto row = static_cast<std::uint32_t>(std::clamp(v, 0.0, double(grid->rows - 1)));
+        const std::size_t cell = std::size_t{row} * grid->columns + column;
+        for (std::uint32_t i = grid->start[cell]; i < grid->start[cell + 1]; ++i)
+            if (polygonContains(polygons_[grid->parts[i]], x, y)) return true;
+        return false;
+    }
     for (const Polygon& polygon : polygons_)
         if (polygonContains(polygon, x, y)) return true;
     return false;
@@ -511,7 +557,9 @@ std::vector<std::vector<std::vector<std::pair<double, double>>>> FenceGeometry::
 
 std::size_t FenceGeometry::memoryBytes() const {
     return sizeof(FenceGeometry) + xy_.capacity() * sizeof(double) + ringStart_.capacity() * sizeof(std::uint32_t) +
-           polygons_.capacity() * sizeof(Polygon) + index_.capacity() * sizeof(std::uint32_t);
+           polygons_.capacity() * sizeof(Polygon) + index_.capacity() * sizeof(std::uint32_t) +
+           (partGrid_ ? sizeof(PartGrid) + (partGrid_->start.capacity() + partGrid_->parts.capacity()) * sizeof(std::uint32_t)
+                      : 0);
 }
 
 double FenceGeometry::west() const {

@@ -121,6 +121,15 @@ private:
     // its reference state in the top bits of its start), then those edges, each named
     // by its first position.
     std::vector<std::uint32_t> index_;
+    // For a geometry of many polygons (a country and its islands): which polygons'
+    // boxes reach each cell of a coarse grid over the whole box.
+    struct PartGrid {
+        double west = 0, south = 0;
+        double cellWidth = 0, cellHeight = 0;
+        std::uint32_t columns = 0, rows = 0;
+        std::vector<std::uint32_t> start, parts;
+    };
+    std::unique_ptr<const PartGrid> partGrid_;
     bool multi_ = false;
 };
 
