@@ -102,24 +102,31 @@ std::optional<std::string> configureHost(const ReplayOptions& o, std::shared_ptr
         extended.fenceListingLimit = o.fenceListingLimit;
         tracker.setExtendedOptions(extended);
     }
-    // Fences without a network: the cache first, then what fills it.
+    // Fences without a network: the cache (filled below, once every option is set).
     if (o.zoneCache || o.prefetchDistance > 0) {
         ExtendedOptions extended = tracker.extendedOptions();
         extended.zoneCache = o.zoneCache;
         extended.prefetchDistance = o.prefetchDistance;
         tracker.setExtendedOptions(extended);
     }
-    if (o.preload) {
-        const auto preloaded = tracker.preloadZones(*o.preload);
-        if (!preloaded.error.empty()) return "--preload: " + preloaded.error;
-        std::cerr << "preloaded " << preloaded.loaded << " zone files from " << *o.preload << " ("
-                  << preloaded.skipped << " skipped; the ZONE log says why)\n";
-    }
     // Robust triggers.
     if (o.triggerFilter.robustTriggers) {
         ExtendedOptions extended = tracker.extendedOptions();
         extended.triggerFilter = o.triggerFilter;
         tracker.setExtendedOptions(extended);
+    }
+    // Polygon fences.
+    if (o.polygonFences) {
+        ExtendedOptions extended = tracker.extendedOptions();
+        extended.polygonFences = true;
+        tracker.setExtendedOptions(extended);
+    }
+    // The cache is filled once every option that reads zone files is set.
+    if (o.preload) {
+        const auto preloaded = tracker.preloadZones(*o.preload);
+        if (!preloaded.error.empty()) return "--preload: " + preloaded.error;
+        std::cerr << "preloaded " << preloaded.loaded << " zone files from " << *o.preload << " ("
+                  << preloaded.skipped << " skipped; the ZONE log says why)\n";
     }
     tracker.setTriggerDelegate(std::move(delegate));
     return std::nullopt;

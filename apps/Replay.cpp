@@ -65,6 +65,8 @@ library as a host application would, in virtual time unless told otherwise.
                          since 1970) the device has no network and every request fails;
                          repeatable; the summary counts the positions that found no fences
   --offline-file FILE    dead spots from a file, one FROM,TO per line ('#' comments)
+  --polygon-fences       a fence's "geometry" (GeoJSON Polygon or MultiPolygon) decides
+                         whether a position is inside it, instead of its circle
   --realtime             play at the track's own pace
   --speed N              play N times faster than the track
   --drain S              after the last fix, let track time run on until the request
@@ -239,7 +241,9 @@ std::vector<OptionDecl> hostOptionDecls() {
         {"json", false}, {"verbose", false}, {"help", false}, {"max-log-rows"}, {"max-location-rows"},
         {"fence-listing-limit"},
         // Fences without a network.
-        {"zone-cache"}, {"prefetch-distance"}, {"preload"}};
+        {"zone-cache"}, {"prefetch-distance"}, {"preload"},
+        // Polygon fences.
+        {"polygon-fences", false}};
     // Robust triggers.
     for (auto& decl : robustTriggerOptionDecls()) decls.push_back(decl);
     return decls;
@@ -282,6 +286,8 @@ void applyHostOptions(const Args& args, ReplayOptions& o) {
         throw UsageError(std::string(o.preload ? "--preload" : "--prefetch-distance") + " needs --zone-cache N");
     // Robust triggers.
     applyRobustTriggerOptions(args, o.triggerFilter);
+    // Polygon fences.
+    o.polygonFences = args.has("polygon-fences");
 }
 
 ReplayOptions parseReplayOptions(const std::vector<std::string>& words) {

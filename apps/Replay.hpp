@@ -47,6 +47,8 @@ struct ReplayOptions {
     // Robust triggers (ExtendedOptions::triggerFilter), and the stays report.
     TriggerFilterOptions triggerFilter;
     bool stays = false;
+    // Polygon fences (ExtendedOptions::polygonFences).
+    bool polygonFences = false;
 };
 
 // Options shared by replay and live tracking (everything but the track itself).

@@ -28,7 +28,7 @@ tuning options of bvgeo replay: --app-id, --env, --api-base, --assets-base, --mo
 --zone-cache, --prefetch-distance, --preload,
 --robust-triggers and its tunables (--exit-buffer, --accuracy-cap, --max-accuracy,
 --assumed-accuracy, --hdop-metres, --max-speed, --confirm-fixes, --confirm-seconds,
---minimum-dwell, --use-2d-fixes).
+--minimum-dwell, --use-2d-fixes), --polygon-fences.
 
 example:
   bvgeo track --gpsd localhost:2947 --api-base http://127.0.0.1:8080/api/v1/app/ \

@@ -9,6 +9,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libsqlite3-dev libcurl4-openssl-dev nlohmann-json3-dev libgeographiclib-dev libexpat1-dev libgps-dev
   libcpp-httplib-dev libgtest-dev libgmock-dev libbenchmark-dev
+  libgeos-dev
   gpsd gpsd-clients
   chromium
   python3 python3-pytest

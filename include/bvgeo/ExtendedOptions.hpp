@@ -46,6 +46,14 @@ struct BVGEO_API ExtendedOptions {
     // confirmation and outlier rejection (TriggerFilterOptions.hpp). Off by default.
     TriggerFilterOptions triggerFilter;
 
+    // Polygon fences. With polygonFences on, a zone file's fence may carry a
+    // "geometry" (GeoJSON Polygon or MultiPolygon, enclosed by its circle) and then
+    // contains a position exactly when the position lies inside one of its polygons
+    // (not in a hole, not on an edge). Geometries are kept in a table of their own,
+    // "fence_geometry". A bad geometry leaves its fence a circle, with a log line.
+    // Off, geometries are skipped unread and every fence is its circle.
+    bool polygonFences = false;
+
     bool operator==(const ExtendedOptions&) const = default;
 };
 

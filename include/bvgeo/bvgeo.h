@@ -277,6 +277,8 @@ typedef struct bvgeo_extended_options {
     int64_t confirm_seconds;            /* 0..86400: ... spanning at least this long */
     int64_t minimum_dwell_seconds;      /* 0..86400: a fence keeps each state at least this long */
     int use_two_dimensional_fixes;      /* 0 or 1: let 2D fixes change fences */
+    /* Version 2, continued. Polygon fences. */
+    int polygon_fences;                 /* 0 or 1: a fence's "geometry" decides containment */
 } bvgeo_extended_options;
 
 /* Fills `options` with the defaults, which keep the library's standard behaviour. */

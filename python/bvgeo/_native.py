@@ -95,6 +95,8 @@ class ExtendedOptions(ctypes.Structure):
         ("confirm_seconds", ctypes.c_int64),
         ("minimum_dwell_seconds", ctypes.c_int64),
         ("use_two_dimensional_fixes", ctypes.c_int),
+        # Version 2: polygon fences.
+        ("polygon_fences", ctypes.c_int),
     ]
 
 

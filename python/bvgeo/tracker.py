@@ -297,6 +297,8 @@ class Tracker:
             setattr(options, name, getattr(c, name))
         options.robust_triggers = bool(c.robust_triggers)
         options.use_two_dimensional_fixes = bool(c.use_two_dimensional_fixes)
+        # Polygon fences.
+        options.polygon_fences = bool(c.polygon_fences)
         return options
 
     @extended_options.setter
@@ -320,6 +322,8 @@ class Tracker:
             value = getattr(options, name)
             setattr(c, name, _integer(value, name, _ROBUST_TRIGGER_COUNTS[name]) if name in _ROBUST_TRIGGER_COUNTS
                     else _number(value, name))
+        # Polygon fences.
+        c.polygon_fences = 1 if options.polygon_fences else 0
         _raise_for(n.bvgeo_set_extended_options(self._h(), ctypes.byref(c)), "extended_options")
 
     def preload_zones(self, directory):

@@ -91,6 +91,9 @@ class ExtendedOptions:
     minimum_dwell_seconds: int = 120
     use_two_dimensional_fixes: bool = False
 
+    # Polygon fences: a fence's "geometry" decides containment.
+    polygon_fences: bool = False
+
 
 @dataclass(frozen=True)
 class CloseResult:

@@ -351,3 +351,11 @@ def test_tracks_keep_what_the_file_says_of_each_fix(tmp_path):
                    '<extensions><accuracy>12</accuracy></extensions></trkpt></trkseg></trk></gpx>')
     (fix,), _ = bvgeo.read_track(gpx)
     assert (fix.mode, fix.hdop, fix.accuracy) == (bvgeo.FixMode.TWO_D, 3.0, 12.0)
+
+
+def test_polygon_fences_option_reaches_the_library_and_comes_back(data_dir, server):
+    with open_host(data_dir, server) as tracker:
+        assert tracker.extended_options.polygon_fences is False
+        tracker.extended_options = bvgeo.ExtendedOptions(polygon_fences=True, fence_listing_limit=2)
+        back = tracker.extended_options
+        assert back.polygon_fences is True and back.fence_listing_limit == 2

@@ -49,6 +49,8 @@ bvgeo_extended_options cExtendedOptions(const bvgeo::ExtendedOptions& extended) 
     options.confirm_seconds = filter.confirmSeconds;
     options.minimum_dwell_seconds = filter.minimumDwellSeconds;
     options.use_two_dimensional_fixes = filter.useTwoDimensionalFixes ? 1 : 0;
+    // Polygon fences.
+    options.polygon_fences = extended.polygonFences ? 1 : 0;
     return options;
 }
 
@@ -266,6 +268,11 @@ bvgeo_status bvgeo_set_extended_options(bvgeo_tracker* tracker, const bvgeo_exte
         // Robust triggers.
         if (auto problem = readTriggerFilter(*options, extended.triggerFilter))
             return FAIL(BVGEO_ERR_INVALID_ARGUMENT, *problem);
+        // Polygon fences.
+        if (options->polygon_fences != 0 && options->polygon_fences != 1)
+            return FAIL(BVGEO_ERR_INVALID_ARGUMENT,
+                        "options->polygon_fences " + std::to_string(options->polygon_fences) + " is not 0 or 1");
+        extended.polygonFences = options->polygon_fences == 1;
     }
     BVGeoTracker::sharedInstance().setExtendedOptions(extended);
     return succeed();

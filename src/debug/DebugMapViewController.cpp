@@ -38,6 +38,20 @@ std::string radiusText(double radius) {
     return doubleText(radius);
 }
 
+json polygonsJson(const FenceGeometry& geometry) {
+    json polygons = json::array();
+    for (const auto& polygon : geometry.polygons()) {
+        json rings = json::array();
+        for (const auto& ring : polygon) {
+            json positions = json::array();
+            for (const auto& [longitude, latitude] : ring) positions.push_back({latitude, longitude});
+            rings.push_back(std::move(positions));
+        }
+        polygons.push_back(std::move(rings));
+    }
+    return polygons;
+}
+
 } // namespace
 
 DebugMapViewController::ZoneCorners DebugMapViewController::zoneCorners(double latitude, double longitude,
@@ -57,14 +71,19 @@ std::string DebugMapViewController::fenceTitle(const Fence& fence) {
 json DebugMapViewController::drawOverlays(const std::string& tileUrlTemplate) {
     // Fences first, then the zone, as the page draws them.
     json fences = json::array();
-    for (const auto& fence : Fence::getFences(true)) {
+    const bool polygonFences = TrackerSettings::sharedInstance().extendedOptions().polygonFences;
+    for (const auto& fence : Fence::getFences(true, polygonFences)) {
         FenceOverlay overlay{fence->latitude, fence->longitude, fence->radius};
-        fences.push_back({{"id", fence->id},
-                          {"name", fence->name},
-                          {"latitude", overlay.latitude},
-                          {"longitude", overlay.longitude},
-                          {"radius", overlay.radius},
-                          {"title", fenceTitle(*fence)}});
+        json drawn = {{"id", fence->id},
+                      {"name", fence->name},
+                      {"latitude", overlay.latitude},
+                      {"longitude", overlay.longitude},
+                      {"radius", overlay.radius},
+                      {"title", fenceTitle(*fence)}};
+        // A polygon fence is drawn as its polygons, holes included: per polygon its
+        // rings, each a list of [latitude, longitude].
+        if (fence->geometry) drawn["polygons"] = polygonsJson(*fence->geometry);
+        fences.push_back(std::move(drawn));
     }
     const double interval = TrackerSettings::sharedInstance().config().zoneInterval;
     json position = positionJson();

@@ -37,7 +37,8 @@ public:
     // Everything one redraw shows, as the page's JSON: "position" (newest accepted
     // position or null), "zoneInterval", "zone" (centre and corners, or null without
     // a position), "fences" (current-zone fences in table order, each with its
-    // title) and "tileUrlTemplate" (null for the offline outlines).
+    // title, and with polygon fences on, a polygon fence's "polygons") and
+    // "tileUrlTemplate" (null for the offline outlines).
     static nlohmann::json drawOverlays(const std::string& tileUrlTemplate);
 
     // Just the newest position (what the page polls to know when to redraw).

@@ -27,6 +27,13 @@ bool usable(double latitude, double longitude) {
 } // namespace
 
 double signedDistanceToRim(const Fence& fence, double latitude, double longitude) {
+    if (fence.geometry) {
+        if (!usable(latitude, longitude)) return kInfinity;
+        const double fromEdge = fence.geometry->signedDistance(latitude, longitude);
+        // Inside a hair from an edge still reads as inside.
+        return fromEdge == 0.0 && fence.geometry->contains(latitude, longitude) ? -std::numeric_limits<double>::min()
+                                                                                : fromEdge;
+    }
     if (!usable(latitude, longitude) || !usable(fence.latitude, fence.longitude) || !(fence.radius > 0.0) ||
         !std::isfinite(fence.radius))
         return kInfinity;

@@ -7,7 +7,8 @@
 
 namespace bvgeo {
 
-// Metres from the position to the fence's rim: negative inside, positive outside.
+// Metres from the position to the fence's rim (the nearest edge of its geometry
+// when it has one): negative inside, positive outside.
 // Its sign always agrees with isLocationInsideFence (a position on the rim is 0,
 // outside). Good to a few millimetres for fences up to a few kilometres, to the
 // geodesic's own precision beyond. A fence that can contain nothing (no usable

@@ -53,6 +53,9 @@ constexpr std::int64_t kMaxCellsPerFence = 1024;
 // Total cell entries allowed per fence on average; past it the largest boxes move to
 // the everywhere list, so a skewed list cannot blow up memory.
 constexpr std::size_t kEntryBudgetPerFence = 64;
+// Polygons up to this size are placed by the cells they really reach, each cell
+// tested against their edges when the index is built.
+constexpr std::size_t kClassifiedPolygonPositions = 256;
 
 double square(double value) { return value * value; }
 
@@ -79,6 +82,7 @@ bool usableFence(const Fence& fence) {
 }
 
 bool exactlyInside(double latitude, double longitude, const Fence& fence) {
+    if (fence.geometry) return fence.geometry->contains(latitude, longitude);
     return geodesicDistance(latitude, longitude, fence.latitude, fence.longitude) < fence.radius;
 }
 
@@ -130,9 +134,33 @@ std::uint64_t mixKey(std::uint64_t key) {
 
 constexpr std::uint64_t kEmptyKey = ~std::uint64_t{0};
 
+// Indices of the fences found, on the stack while they fit.
+class SmallHits {
+public:
+    void push_back(std::uint32_t index) {
+        if (spill_.empty()) {
+            if (size_ < kInline) {
+                inline_[size_++] = index;
+                return;
+            }
+            spill_.assign(inline_, inline_ + size_);
+        }
+        spill_.push_back(index);
+    }
+    std::size_t size() const { return spill_.empty() ? size_ : spill_.size(); }
+    std::uint32_t operator[](std::size_t i) const { return spill_.empty() ? inline_[i] : spill_[i]; }
+
+private:
+    static constexpr std::size_t kInline = 64;
+    std::uint32_t inline_[kInline];
+    std::size_t size_ = 0;
+    std::vector<std::uint32_t> spill_;
+};
+
 } // namespace
 
 bool isLocationInsideFence(double latitude, double longitude, const Fence& fence) {
+    if (fence.geometry) return fence.geometry->contains(latitude, longitude);
     if (!usableFence(fence) || !validPosition(latitude, longitude)) return false;
     double centre[3], position[3];
     unitVector(fence.latitude, normalizedLongitude(fence.longitude), centre);
@@ -155,10 +183,39 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         double latitudeHalf, longitudeHalf;
     };
     std::vector<Extent> extents;
+    struct PolygonBox {
+        std::uint32_t index;
+        double south, north, west, east;
+    };
+    std::vector<PolygonBox> polygonBoxes;
     std::vector<std::uint32_t> everywhere;
     std::vector<double> radii;
     for (std::size_t i = 0; i < count; ++i) {
         const Fence* fence = fences_[i].get();
+        if (fence && fence->geometry) {
+            // A polygon fence is placed by its box and decided by its geometry. Its
+            // record holds the box instead of a disc (marked by a zero scale), so a
+            // candidate outside the box costs no visit to the geometry.
+            const FenceGeometry& geometry = *fence->geometry;
+            const auto index = static_cast<std::uint32_t>(i);
+            LocalDisc& disc = local_[i];
+            disc.latitude = geometry.south();
+            disc.longitude = geometry.west();
+            disc.metresPerDegreeLatitude = 0.0f;
+            disc.metresPerDegreeLongitude = 0.0f;
+            disc.insideBelow = floatAtLeast(geometry.north() - geometry.south());
+            disc.outsideFrom = floatAtLeast(geometry.east() - geometry.west());
+            if (std::max(std::abs(geometry.south()), std::abs(geometry.north())) > kPolarLimitDegrees) {
+                everywhere.push_back(index);
+                continue;
+            }
+            polygonBoxes.push_back({index, geometry.south(), geometry.north(), geometry.west(), geometry.east()});
+            radii.push_back(std::max((geometry.north() - geometry.south()) * kMinMetresPerDegreeLatitude,
+                                     (geometry.east() - geometry.west()) * kDegree *
+                                         parallelRadius((geometry.south() + geometry.north()) / 2.0)) /
+                            2.0);
+            continue;
+        }
         if (!fence || !usableFence(*fence)) continue; // contains nothing, so needs no place
         const auto index = static_cast<std::uint32_t>(i);
         const double reach = fence->radius + kAbsoluteSlack;
@@ -240,6 +297,19 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
             boxes.push_back(box);
     }
     extents = {};
+    const bool anyPolygonBox = !polygonBoxes.empty();
+    for (const PolygonBox& polygon : polygonBoxes) {
+        Box box{polygon.index, gridIndex(polygon.south + 90.0, cellDegrees_), gridIndex(polygon.north + 90.0, cellDegrees_),
+                gridIndex(polygon.west + 180.0, cellDegrees_), gridIndex(polygon.east + 180.0, cellDegrees_)};
+        if (box.cells() > kMaxCellsPerFence)
+            everywhere.push_back(polygon.index);
+        else
+            boxes.push_back(box);
+    }
+    polygonBoxes = {};
+    // Placements go in list order, which the cell lists keep.
+    if (anyPolygonBox)
+        std::sort(boxes.begin(), boxes.end(), [](const Box& a, const Box& b) { return a.index < b.index; });
 
     // Keep memory proportional to the list: if the boxes together would need too many
     // entries, the largest ones are checked on every query instead.
@@ -282,6 +352,30 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
     const auto forEachPlacement = [&](auto emit) {
         for (const Box& box : boxes) {
             const LocalDisc& disc = local_[box.index];
+            if (disc.metresPerDegreeLatitude == 0.0f) {
+                // A polygon: a small one is placed only in the cells it reaches, and a
+                // cell wholly inside it is marked so; a large one (its own edge grid
+                // answers fast) in every cell of its box.
+                const FenceGeometry& geometry = *fences_[box.index]->geometry;
+                const bool classify = geometry.positionCount() <= kClassifiedPolygonPositions;
+                const double margin = cellDegrees_ * 1e-9 + 1e-12;
+                for (std::int64_t row = box.firstRow; row <= box.lastRow; ++row)
+                    for (std::int64_t column = box.firstColumn; column <= box.lastColumn; ++column) {
+                        std::uint32_t entry = box.index << 1;
+                        if (classify) {
+                            const double south = -90.0 + static_cast<double>(row) * cellDegrees_;
+                            const double west = -180.0 + static_cast<double>(column) * cellDegrees_;
+                            const auto side = geometry.rectangleSide(west - margin, south - margin,
+                                                                     west + cellDegrees_ + margin,
+                                                                     south + cellDegrees_ + margin);
+                            if (side == FenceGeometry::RectangleSide::Outside) continue;
+                            if (side == FenceGeometry::RectangleSide::Inside) entry |= 1u;
+                        }
+                        emit(static_cast<std::uint32_t>(row - lowestRow),
+                             static_cast<std::uint32_t>(column - lowestColumn), entry);
+                    }
+                continue;
+            }
             const double scaleLatitude = disc.metresPerDegreeLatitude, scaleLongitude = disc.metresPerDegreeLongitude;
             const double cellReach = halfCell * std::hypot(scaleLatitude, scaleLongitude);
             const double insideBelow = disc.insideBelow, outsideFrom = disc.outsideFrom;
@@ -379,6 +473,16 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         const Fence& fence = *fences_[index];
         SphereDisc disc;
         disc.index = index;
+        if (fence.geometry) { // decided by its box, then the geometry
+            disc.insideBelow = -1.0;
+            disc.outsideFrom = kInfinity;
+            disc.box[0] = fence.geometry->south();
+            disc.box[1] = fence.geometry->west();
+            disc.box[2] = fence.geometry->north();
+            disc.box[3] = fence.geometry->east();
+            everywhere_.push_back(disc);
+            continue;
+        }
         double centre[3];
         unitVector(fence.latitude, normalizedLongitude(fence.longitude), centre);
         disc.x = centre[0];
@@ -388,6 +492,7 @@ FenceIndex::FenceIndex(FenceList fences) : fences_(std::move(fences)) {
         disc.insideBelow = bounds.insideBelow;
         disc.outsideFrom = bounds.outsideFrom;
         everywhere_.push_back(disc);
+        everywhereCircles_ = true;
     }
 }
 
@@ -403,6 +508,13 @@ const FenceIndex::CellSlot* FenceIndex::findCell(std::uint64_t key) const {
 
 bool FenceIndex::containsLocal(std::uint32_t index, double latitude, double longitude) const {
     const LocalDisc& disc = local_[index];
+    if (disc.metresPerDegreeLatitude == 0.0f) {
+        if (latitude < disc.latitude || longitude < disc.longitude ||
+            latitude - disc.latitude > static_cast<double>(disc.insideBelow) ||
+            longitude - disc.longitude > static_cast<double>(disc.outsideFrom))
+            return false;
+        return fences_[index]->geometry->contains(latitude, longitude);
+    }
     const double dy = (latitude - disc.latitude) * static_cast<double>(disc.metresPerDegreeLatitude);
     const double dx = (longitude - disc.longitude) * static_cast<double>(disc.metresPerDegreeLongitude);
     const double distanceSquared = dx * dx + dy * dy;
@@ -413,6 +525,11 @@ bool FenceIndex::containsLocal(std::uint32_t index, double latitude, double long
 
 bool FenceIndex::containsSphere(const SphereDisc& disc, const double (&unit)[3], double latitude,
                                 double longitude) const {
+    if (disc.box[1] <= disc.box[3]) {
+        if (latitude < disc.box[0] || latitude > disc.box[2] || longitude < disc.box[1] || longitude > disc.box[3])
+            return false;
+        return fences_[disc.index]->geometry->contains(latitude, longitude);
+    }
     const double chord = chordSquaredBetween(unit, disc.x, disc.y, disc.z);
     if (chord < disc.insideBelow) return true;
     if (chord >= disc.outsideFrom) return false;
@@ -422,7 +539,7 @@ bool FenceIndex::containsSphere(const SphereDisc& disc, const double (&unit)[3],
 FenceList FenceIndex::insideFences(double latitude, double longitude) const {
     FenceList inside;
     if (!validPosition(latitude, longitude)) return inside;
-    longitude = normalizedLongitude(longitude);
+    if (longitude < -180.0 || longitude >= 180.0) longitude = normalizedLongitude(longitude);
 
     const std::uint32_t* entry = nullptr;
     const std::uint32_t* entriesEnd = nullptr;
@@ -446,14 +563,14 @@ FenceList FenceIndex::insideFences(double latitude, double longitude) const {
     // ahead overlaps the cache misses.
     constexpr std::ptrdiff_t kPrefetchAhead = 32;
     double unit[3] = {0.0, 0.0, 0.0};
-    if (!everywhere_.empty()) unitVector(latitude, longitude, unit);
+    if (everywhereCircles_) unitVector(latitude, longitude, unit);
     auto other = everywhere_.begin();
     const auto othersEnd = everywhere_.end();
 
     // Decide first, copy after: each shared_ptr copy is a locked increment that stalls
     // the loads behind it, so the cheap tests run as a tight loop of their own.
-    std::vector<std::uint32_t> hits;
-    hits.reserve(static_cast<std::size_t>(entriesEnd - entry));
+    // Most positions are in a few fences: a small buffer on the stack saves an allocation.
+    SmallHits hits;
     // Both sequences ascend by index, so merging them keeps the list's order.
     for (; entry != entriesEnd; ++entry) {
         if (entriesEnd - entry > kPrefetchAhead) __builtin_prefetch(&local_[entry[kPrefetchAhead] >> 1]);

@@ -2,7 +2,9 @@
 // obtained, so that finding the fences around a position does not scan the list.
 // Candidates come from a grid over the fences' bounding boxes; each is then decided
 // exactly: a position is inside when its geodesic distance to the centre is
-// strictly less than the radius. Immutable after construction: any thread may query.
+// strictly less than the radius, or, for a polygon fence (one with a geometry),
+// when its geometry contains it; a polygon fence is placed in the grid by its
+// geometry's box. Immutable after construction: any thread may query.
 #pragma once
 
 #include "models/Fence.hpp"
@@ -18,7 +20,8 @@ namespace bvgeo {
 using FenceList = std::vector<std::shared_ptr<Fence>>;
 
 // The exact containment rule: geodesic distance from the position to the centre
-// strictly less than the radius (a position on the rim is outside).
+// strictly less than the radius (a position on the rim is outside); for a polygon
+// fence, its geometry's rule (a position on an edge is outside).
 bool isLocationInsideFence(double latitude, double longitude, const Fence& fence);
 
 class FenceIndex {
@@ -37,7 +40,9 @@ public:
 
 private:
     // Bounds from a flat metric fitted at the centre; valid over the fence's box,
-    // which never crosses the antimeridian or comes near a pole.
+    // which never crosses the antimeridian or comes near a pole. For a polygon fence
+    // (both scales zero) it holds the geometry's box instead: south and west, and the
+    // spans of latitude and longitude (rounded up) in insideBelow and outsideFrom.
     struct alignas(32) LocalDisc {
         double latitude = 0.0;
         double longitude = 0.0; // in [-180, 180)
@@ -52,6 +57,8 @@ private:
         double x = 0.0, y = 0.0, z = 0.0;
         double insideBelow = -1.0; // squared chord
         double outsideFrom = 0.0;
+        // A polygon fence's box (south, west, north, east); west > east for a circle.
+        double box[4] = {0.0, 1.0, 0.0, -1.0};
     };
     struct CellSlot {
         std::uint64_t key = 0;
@@ -76,6 +83,7 @@ private:
     std::vector<CellSlot> cells_;        // open addressing, power-of-two size, key ~0 marks empty
     std::vector<std::uint32_t> entries_; // per cell: (index << 1) | surelyInsideWholeCell, ascending
     std::vector<SphereDisc> everywhere_; // fences too large or awkward for the grid, ascending index
+    bool everywhereCircles_ = false;     // some of them are circles (polygons need no unit vector)
 };
 
 } // namespace bvgeo

@@ -190,10 +190,13 @@ void FenceManager::downloadCompleted(const std::string& name, const std::string&
 }
 
 bool FenceManager::saveFences(const FenceList& fences) {
-    return Fence::saveFenceList(fences, TrackerSettings::sharedInstance().isDebug());
+    auto& settings = TrackerSettings::sharedInstance();
+    return Fence::saveFenceList(fences, settings.isDebug(), settings.extendedOptions().polygonFences);
 }
 
-FenceList FenceManager::getFencesFromDatabase() { return Fence::getFences(true); }
+FenceList FenceManager::getFencesFromDatabase() {
+    return Fence::getFences(true, TrackerSettings::sharedInstance().extendedOptions().polygonFences);
+}
 
 std::shared_ptr<const FenceIndex> FenceManager::currentFenceList() const {
     std::lock_guard lock(mutex_);

@@ -1,6 +1,9 @@
 // ZoneBuilder: turns a list of places (GeoJSON points or CSV rows) into the zone
 // files the library downloads, one file per cell of the zone grid, each fence listed
 // in every cell its circle reaches so that a device in any of those cells sees it.
+// A polygon fence (GeoJSON Polygon or MultiPolygon, GBFS geofencing zones) goes into
+// every cell its geometry touches, each file holding only its part in that cell
+// (ZoneBuilderClip) with a circle that encloses that part.
 // The pieces: reading places (ZoneBuilderPlaces), the cells a circle reaches
 // (ZoneBuilderCoverage), the zone file text (ZoneBuilderOutput) and keeping the
 // output directory in step (ZoneBuilderDirectory).
@@ -16,6 +19,7 @@
 #include "zone/ZoneBuilderPlaces.hpp"
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -39,5 +43,10 @@ struct ZoneBuildResult {
 // describes exactly this input; other files are left alone. On failure part of the
 // new files may already be in place.
 ZoneBuildResult buildZones(const std::string& inputPath, const std::string& outDir, const ZoneBuildOptions& options);
+
+// What buildZones would write, by file name, without writing it (unchanged and
+// staleRemoved stay 0).
+ZoneBuildResult buildZoneTexts(const std::string& inputPath, const ZoneBuildOptions& options,
+                               std::map<std::string, std::string>& files);
 
 } // namespace bvgeo

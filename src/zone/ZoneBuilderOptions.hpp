@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 namespace bvgeo {
 
@@ -13,6 +14,13 @@ struct ZoneBuildOptions {
     std::optional<double> defaultRadius;
     // Reject the whole input at the first bad fence instead of skipping it.
     bool strict = false;
+    // Polygon features: the property that holds a feature's id (default: the
+    // feature's "id", or properties.id) and its name (default "name"). A polygon
+    // feature without an id, and every feature with indexIds, takes its 0-based
+    // index in the file as id.
+    std::string idProperty{};
+    std::string nameProperty{};
+    bool indexIds = false;
 };
 
 // Cell sides the grid can name without two cells sharing a file name (names carry

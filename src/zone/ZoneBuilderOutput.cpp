@@ -17,6 +17,12 @@ std::string zoneFileEntry(const Fence& fence) {
     return entry.dump();
 }
 
+std::string zoneFileEntry(const Fence& fence, const std::string& geometryJson) {
+    std::string entry = zoneFileEntry(fence);
+    entry.pop_back(); // the closing brace
+    return entry + ",\"geometry\":" + geometryJson + "}";
+}
+
 std::string zoneFileText(const std::vector<std::string>& entries, const std::vector<std::size_t>& members) {
     std::string contents = "{\"fences\":[";
     for (std::size_t n = 0; n < members.size(); ++n) {

@@ -17,6 +17,8 @@ std::string zoneFileText(const std::vector<Fence>& fences);
 
 // One fence as its zone file entry, so that a fence listed in many files is encoded once.
 std::string zoneFileEntry(const Fence& fence);
+// The same with a "geometry" member last (GeoJSON text).
+std::string zoneFileEntry(const Fence& fence, const std::string& geometryJson);
 
 // The zone file listing entries[i] for each i of `members` in order: what
 // zoneFileText gives for the fences the entries were made from.

@@ -3,12 +3,16 @@
 #include "capi/Utf8.hpp"
 #include "track/CsvRecordReader.hpp"
 #include "zone/ZoneBuilderChecks.hpp"
+#include "zone/ZoneBuilderClip.hpp"
+
+#include "models/GeometryReader.hpp"
 
 #include "platform/TextTrim.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <cctype>
+#include <cstdio>
 #include <charconv>
 #include <cmath>
 #include <map>
@@ -30,7 +34,7 @@ public:
         : source_(sourceName), options_(options) {}
 
     // `where` is "features[3]" or "17" (a line number); `problem` empty means the fence is good.
-    void add(const std::string& where, Fence fence, std::string problem) {
+    void add(const std::string& where, Fence fence, std::string problem, PolygonRings shape = {}) {
         if (failed()) return;
         if (!fence.id.empty()) {
             auto [first, inserted] = seen_.emplace(fence.id, where);
@@ -48,6 +52,7 @@ public:
             return;
         }
         result_.fences.push_back(std::move(fence));
+        result_.shapes.push_back(std::move(shape));
     }
 
     void fail(const std::string& where, const std::string& problem) {
@@ -71,7 +76,10 @@ public:
     ZoneFenceList finish() && {
         if (!failed() && result_.fences.empty()) result_.error = source_ + ": no usable fences";
         result_.ok = !failed();
-        if (!result_.ok) result_.fences.clear();
+        if (!result_.ok) {
+            result_.fences.clear();
+            result_.shapes.clear();
+        }
         return std::move(result_);
     }
 
@@ -102,32 +110,86 @@ std::optional<std::string> idText(const json& value) {
     return std::nullopt;
 }
 
-std::string readFeature(const json& feature, Fence& fence, FenceCollector& collector) {
+// A name as GBFS 3 writes it, a list of {"text", "language"}: the first text.
+const json* nameText(const json* name) {
+    if (name && name->is_array() && !name->empty() && (*name)[0].is_object()) {
+        auto text = (*name)[0].find("text");
+        if (text != (*name)[0].end()) return &*text;
+    }
+    return name;
+}
+
+// A polygon's rings, checked as the library will check them (after moving a ring
+// that crosses the antimeridian into one piece of longitudes).
+std::string readShape(const json& geometry, PolygonRings& shape) {
+    if (auto problem = readPolygonRings(geometry.dump(), shape); !problem.empty()) return "geometry " + problem;
+    PolygonRings check = shape;
+    if (unwrapAntimeridian(shape)) {
+        check = shape;
+        for (std::size_t i = 0; i < check.xy.size(); i += 2) check.xy[i] -= 180.0; // into range, for the checks only
+    }
+    if (auto made = FenceGeometry::make(std::move(check)); !made.geometry) return "geometry " + made.problem;
+    return {};
+}
+
+std::string readFeature(const json& feature, std::size_t index, Fence& fence, PolygonRings& shape,
+                        FenceCollector& collector, const ZoneBuildOptions& options) {
     if (!feature.is_object()) return "is not a Feature object";
     const json* properties = nullptr;
     if (auto it = feature.find("properties"); it != feature.end() && it->is_object()) properties = &*it;
-    auto property = [&](const char* key) -> const json* {
+    auto property = [&](const std::string& key) -> const json* {
         if (!properties) return nullptr;
         auto it = properties->find(key);
         return it == properties->end() || it->is_null() ? nullptr : &*it;
     };
+    auto geometry = feature.find("geometry");
+    const bool polygon = geometry != feature.end() && geometry->is_object() && geometry->contains("type") &&
+                         ((*geometry)["type"] == "Polygon" || (*geometry)["type"] == "MultiPolygon");
+    const bool point = geometry != feature.end() && geometry->is_object() && geometry->contains("type") &&
+                       (*geometry)["type"] == "Point";
 
     // The id first, so a bad fence still counts against duplicates.
-    const json* id = property("id");
-    if (!id) {
+    const json* id = options.idProperty.empty() ? property("id") : property(options.idProperty);
+    if (!id && options.idProperty.empty()) {
         if (auto it = feature.find("id"); it != feature.end() && !it->is_null()) id = &*it;
     }
+    const json indexId = std::to_string(index);
+    // Points keep their rule (an id or nothing); other features (GBFS zones have no
+    // ids) are named by their place in the file.
+    if (options.indexIds || (!id && !point)) id = &indexId;
     if (!id) return "has no id";
     auto idValue = idText(*id);
     if (!idValue) return "id is neither text nor a whole number";
     if (idValue->empty()) return "has an empty id";
     fence.id = std::move(*idValue);
 
-    auto geometry = feature.find("geometry");
     if (geometry == feature.end() || !geometry->is_object()) return "has no geometry";
     auto type = geometry->find("type");
     if (type == geometry->end() || !type->is_string()) return "geometry has no type";
-    if (*type != "Point") return "geometry is a " + type->get<std::string>() + ", not a Point";
+    const auto readName = [&]() -> std::string {
+        if (const json* name = nameText(property(options.nameProperty.empty() ? "name" : options.nameProperty))) {
+            if (!name->is_string()) return "name is not text";
+            fence.name = name->get<std::string>();
+        }
+        return {};
+    };
+    const auto readContentIds = [&]() -> std::string {
+        if (const json* ids = property("content_ids")) {
+            if (!ids->is_array()) return "content_ids is not an array";
+            for (const auto& element : *ids) {
+                if (!element.is_string()) return "content_ids holds something other than text";
+                fence.content_ids.push_back(element.get<std::string>());
+            }
+        }
+        return {};
+    };
+    if (polygon) {
+        if (auto problem = readName(); !problem.empty()) return problem;
+        if (auto problem = readContentIds(); !problem.empty()) return problem;
+        return readShape(*geometry, shape);
+    }
+    if (*type != "Point")
+        return "geometry is a " + type->get<std::string>() + ", not a Point, Polygon or MultiPolygon";
     auto coordinates = geometry->find("coordinates");
     if (coordinates == geometry->end() || !coordinates->is_array() || coordinates->size() < 2 ||
         !(*coordinates)[0].is_number() || !(*coordinates)[1].is_number())
@@ -135,26 +197,21 @@ std::string readFeature(const json& feature, Fence& fence, FenceCollector& colle
     fence.longitude = (*coordinates)[0].get<double>();
     fence.latitude = (*coordinates)[1].get<double>();
     if (auto problem = checkPlace(fence.latitude, fence.longitude); !problem.empty()) return problem;
-
-    if (const json* name = property("name")) {
-        if (!name->is_string()) return "name is not text";
-        fence.name = name->get<std::string>();
-    }
+    if (auto problem = readName(); !problem.empty()) return problem;
     std::optional<double> radius;
     if (const json* value = property("radius")) {
         if (!value->is_number()) return "radius " + value->dump() + " is not a number";
         radius = value->get<double>();
     }
     if (auto problem = collector.radius(radius, fence); !problem.empty()) return problem;
+    return readContentIds();
+}
 
-    if (const json* ids = property("content_ids")) {
-        if (!ids->is_array()) return "content_ids is not an array";
-        for (const auto& element : *ids) {
-            if (!element.is_string()) return "content_ids holds something other than text";
-            fence.content_ids.push_back(element.get<std::string>());
-        }
-    }
-    return {};
+// GBFS publishes geofencing zones from version 2.1 on; 3.x keeps their shape.
+bool gbfsVersionTaken(const std::string& version) {
+    int major = 0, minor = 0;
+    if (std::sscanf(version.c_str(), "%d.%d", &major, &minor) != 2) return false;
+    return (major == 2 && minor >= 1) || major == 3;
 }
 
 ZoneFenceList readGeoJson(std::string_view text, const std::string& sourceName, const ZoneBuildOptions& options) {
@@ -173,9 +230,25 @@ ZoneFenceList readGeoJson(std::string_view text, const std::string& sourceName, 
         collector.fail("", "is JSON but not a GeoJSON FeatureCollection");
         return std::move(collector).finish();
     }
-    auto type = document.find("type");
-    auto features = document.find("features");
-    if ((type != document.end() && *type != "FeatureCollection") || features == document.end() ||
+    const json* collection = &document;
+    if (auto data = document.find("data"); data != document.end() && data->is_object() &&
+                                           data->contains("geofencing_zones")) {
+        auto version = document.find("version");
+        const std::string text = version != document.end() && version->is_string() ? version->get<std::string>() : "";
+        if (!gbfsVersionTaken(text)) {
+            collector.fail("", "is a GBFS file of version " + (text.empty() ? std::string("(none)") : jsonText(text)) +
+                                   "; geofencing_zones.json of versions 2.1 to 3.x are read");
+            return std::move(collector).finish();
+        }
+        collection = &(*data)["geofencing_zones"];
+        if (!collection->is_object()) {
+            collector.fail("", "is a GBFS file whose geofencing_zones is not a FeatureCollection");
+            return std::move(collector).finish();
+        }
+    }
+    auto type = collection->find("type");
+    auto features = collection->find("features");
+    if ((type != collection->end() && *type != "FeatureCollection") || features == collection->end() ||
         !features->is_array()) {
         collector.fail("", "is JSON but not a GeoJSON FeatureCollection with a \"features\" array");
         return std::move(collector).finish();
@@ -183,8 +256,9 @@ ZoneFenceList readGeoJson(std::string_view text, const std::string& sourceName, 
     std::size_t index = 0;
     for (const auto& feature : *features) {
         Fence fence;
-        std::string problem = readFeature(feature, fence, collector);
-        collector.add("features[" + std::to_string(index++) + "]", std::move(fence), problem);
+        PolygonRings shape;
+        std::string problem = readFeature(feature, index, fence, shape, collector, options);
+        collector.add("features[" + std::to_string(index++) + "]", std::move(fence), problem, std::move(shape));
         if (collector.failed()) break;
     }
     return std::move(collector).finish();

@@ -25,11 +25,16 @@ struct ZoneFenceList {
     bool ok = false;
     std::string error;
     std::vector<Fence> fences; // in input order
+    // Parallel to fences: a polygon fence's rings (longitudes made continuous across
+    // the antimeridian), or no polygons for a circle.
+    std::vector<PolygonRings> shapes;
     std::vector<std::string> warnings;
 };
 
 // Fences from the text of a GeoJSON FeatureCollection of Point features (properties
-// id, name, radius, content_ids; the Feature's own id when properties have none) or
+// id, name, radius, content_ids; the Feature's own id when properties have none),
+// Polygon and MultiPolygon features (checked as the library checks a geometry), a
+// GBFS geofencing_zones.json (versions 2.1 to 3.x; names plain or localized), or
 // of a CSV file with a header naming the columns id, name, lat, lon, radius (in any
 // order; content_ids optional, ';'-separated).
 // The format is chosen by content. `sourceName` only labels the messages.

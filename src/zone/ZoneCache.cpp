@@ -20,6 +20,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// A cached zone file keeps its whole body; whether its geometries become polygon
+// fences is decided each time it is read, as for a download.
+bool polygonFences() { return TrackerSettings::sharedInstance().extendedOptions().polygonFences; }
+
 constexpr std::string_view kFunction = "ZoneCache";
 constexpr std::string_view kSuffix = ".cache";
 // A header is a few hundred bytes; a first line longer than this is no header.
@@ -155,7 +159,7 @@ std::optional<ZoneCache::Copy> ZoneCache::find(const std::string& zone) {
         record.reset();
     }
     std::optional<FenceList> fences;
-    if (record) fences = record->noFences ? FenceList{} : fencesOfZoneFileBody(record->body, problem);
+    if (record) fences = record->noFences ? FenceList{} : fencesOfZoneFileBody(record->body, problem, polygonFences());
     if (!fences) {
         drop(zone, problem);
         return std::nullopt;
@@ -314,7 +318,7 @@ ZoneCache::PreloadResult ZoneCache::preload(const std::string& directory, const 
             why = "the cache is full (" + plural(keep, "zone", "zones") + ")";
         } else if (auto read = platform().files->readFile(path.string(), body); !read) {
             why = read.error;
-        } else if (fences = fencesOfZoneFileBody(body, why); !fences) {
+        } else if (fences = fencesOfZoneFileBody(body, why, polygonFences()); !fences) {
             why = "not a zone file: " + why;
         } else {
             const auto time = modificationTime(path.string()).value_or(0);

@@ -93,13 +93,13 @@ std::optional<ZoneCacheRecord> decodeZoneCacheRecord(std::string_view text, std:
     return std::move(header->record);
 }
 
-std::optional<FenceList> fencesOfZoneFileBody(const std::string& body, std::string& problem) {
+std::optional<FenceList> fencesOfZoneFileBody(const std::string& body, std::string& problem, bool polygonFences) {
     const auto first = body.find_first_not_of(" \t\r\n");
     if (first == std::string::npos || body[first] != '{') {
         problem = "not a JSON object";
         return std::nullopt;
     }
-    ZoneFileReader reader;
+    ZoneFileReader reader(polygonFences);
     try {
         if (!nlohmann::json::sax_parse(body, &reader)) {
             problem = "not valid JSON";

@@ -36,6 +36,7 @@ std::optional<ZoneCacheRecord> decodeZoneCacheRecord(std::string_view text, std:
 
 // The fences of a zone file body, read by the same reader a download uses; none
 // (with `problem`) when the body is not a JSON object.
-std::optional<FenceList> fencesOfZoneFileBody(const std::string& body, std::string& problem);
+std::optional<FenceList> fencesOfZoneFileBody(const std::string& body, std::string& problem,
+                                              bool polygonFences = false);
 
 } // namespace bvgeo

@@ -1,5 +1,7 @@
 #include "zone/ZoneFileReader.hpp"
 
+#include "logger/Logger.hpp"
+
 namespace bvgeo {
 
 // Each rule below mirrors one step of Fence::fenceFromJson over the decoded
@@ -7,7 +9,7 @@ namespace bvgeo {
 // the document the later value is the one that stays.
 
 bool ZoneFileReader::null() {
-    scalar({});
+    scalar({nullptr, {}, true});
     return true;
 }
 
@@ -42,11 +44,21 @@ bool ZoneFileReader::binary(json::binary_t&) {
 }
 
 bool ZoneFileReader::start_object(std::size_t) {
+    if (!places_.empty() && places_.back() == Place::Geometry) {
+        geometry_->startObject();
+        places_.push_back(Place::Geometry);
+        return true;
+    }
     places_.push_back(opening(true));
     return true;
 }
 
 bool ZoneFileReader::start_array(std::size_t) {
+    if (!places_.empty() && places_.back() == Place::Geometry) {
+        geometry_->startArray();
+        places_.push_back(Place::Geometry);
+        return true;
+    }
     places_.push_back(opening(false));
     return true;
 }
@@ -54,6 +66,9 @@ bool ZoneFileReader::start_array(std::size_t) {
 bool ZoneFileReader::key(json::string_t& value) {
     if (places_.empty()) return true;
     switch (places_.back()) {
+    case Place::Geometry:
+        geometry_->key(value);
+        break;
     case Place::Top:
         pending_ = value == "fences" ? Field::Fences : Field::Other;
         break;
@@ -63,6 +78,7 @@ bool ZoneFileReader::key(json::string_t& value) {
         else if (value == "location") pending_ = Field::Location;
         else if (value == "radius") pending_ = Field::Radius;
         else if (value == "content_ids") pending_ = Field::ContentIds;
+        else if (value == "geometry" && polygonFences_) pending_ = Field::Geometry;
         else pending_ = Field::Other;
         break;
     case Place::Location:
@@ -80,6 +96,10 @@ bool ZoneFileReader::end_object() {
     if (places_.empty()) return true;
     const Place closing = places_.back();
     places_.pop_back();
+    if (closing == Place::Geometry) {
+        geometry_->endObject();
+        closeGeometryContainer();
+    }
     if (closing == Place::Fence) closeFence();
     return true;
 }
@@ -88,6 +108,10 @@ bool ZoneFileReader::end_array() {
     if (places_.empty()) return true;
     const Place closing = places_.back();
     places_.pop_back();
+    if (closing == Place::Geometry) {
+        geometry_->endArray();
+        closeGeometryContainer();
+    }
     if (closing == Place::Coordinates && coordinateCount_ < 2) coordinatesBad_ = true;
     return true;
 }
@@ -99,8 +123,15 @@ bool ZoneFileReader::parse_error(std::size_t, const std::string&, const nlohmann
 void ZoneFileReader::scalar(const Scalar& value) {
     if (places_.empty()) return;
     switch (places_.back()) {
+    case Place::Geometry:
+        if (value.number.present) geometry_->number(value.number.value);
+        else geometry_->scalar(value.text);
+        break;
     case Place::Top:
-        if (pending_ == Field::Fences) kept_.clear(); // a "fences" that is not an array
+        if (pending_ == Field::Fences) { // a "fences" that is not an array
+            kept_.clear();
+            fallbacks_.clear();
+        }
         break;
     case Place::Fence:
         switch (pending_) {
@@ -114,6 +145,14 @@ void ZoneFileReader::scalar(const Scalar& value) {
             break;
         case Field::Radius:
             fence_.radius = value.number.present ? value.number.value : 0.0;
+            break;
+        case Field::Geometry:
+            resetGeometry();
+            // null: no geometry, as GeoJSON writes it.
+            if (!value.isNull) {
+                geometryGiven_ = true;
+                geometryResult_.problem = "is not a GeoJSON object";
+            }
             break;
         default:
             fenceFieldIsNot(pending_);
@@ -145,11 +184,13 @@ ZoneFileReader::Place ZoneFileReader::opening(bool isObject) {
     case Place::Top:
         if (pending_ != Field::Fences) return Place::Ignored;
         kept_.clear(); // the last "fences" is the one that counts
+        fallbacks_.clear();
         return isObject ? Place::Ignored : Place::Fences;
     case Place::Fences:
         if (!isObject) return Place::Ignored; // an element that is not an object is skipped
         fence_ = Fence();
         resetLocation();
+        resetGeometry();
         return Place::Fence;
     case Place::Fence:
         if (pending_ == Field::Location) {
@@ -161,6 +202,17 @@ ZoneFileReader::Place ZoneFileReader::opening(bool isObject) {
         if (pending_ == Field::ContentIds && !isObject) {
             fence_.content_ids.clear();
             return Place::ContentIds;
+        }
+        if (pending_ == Field::Geometry) {
+            resetGeometry();
+            geometryGiven_ = true;
+            if (!isObject) {
+                geometryResult_.problem = "is not a GeoJSON object";
+                return Place::Ignored;
+            }
+            geometry_ = std::make_unique<GeometryReader>();
+            geometry_->startObject();
+            return Place::Geometry;
         }
         fenceFieldIsNot(pending_);
         return Place::Ignored;
@@ -222,10 +274,46 @@ void ZoneFileReader::closeFence() {
             fence_.latitude = coordinates_[1];
         }
     }
+    if (geometryGiven_) {
+        if (geometryResult_.geometry &&
+            !geometryResult_.geometry->withinCircle(fence_.latitude, fence_.longitude, fence_.radius)) {
+            geometryResult_.geometry.reset();
+            geometryResult_.problem = "reaches beyond the fence's circle";
+        }
+        if (geometryResult_.geometry) fence_.geometry = std::move(geometryResult_.geometry);
+        else fallbacks_.push_back({kept_.size(), fence_.id, std::move(geometryResult_.problem)});
+        resetGeometry();
+    }
     fence_.content_ids.shrink_to_fit();
     kept_.add(std::move(fence_));
 }
 
-std::vector<std::shared_ptr<Fence>> ZoneFileReader::takeFences() { return kept_.finish(); }
+void ZoneFileReader::resetGeometry() {
+    geometry_.reset();
+    geometryResult_ = {};
+    geometryGiven_ = false;
+}
+
+void ZoneFileReader::closeGeometryContainer() {
+    // The geometry object itself has closed: check it and build its index now, and
+    // let go of the coordinates read.
+    if (!geometry_->closed()) return;
+    geometryResult_ = geometry_->finish();
+    geometry_.reset();
+}
+
+std::string ZoneFileReader::geometryNotUsedText(const std::string& fenceId, const std::string& problem) {
+    return "Polygon fence " + fenceId + " stays a circle: its geometry " + problem;
+}
+
+std::vector<std::shared_ptr<Fence>> ZoneFileReader::takeFences() {
+    const std::size_t kept = kept_.size();
+    for (const Fallback& fallback : fallbacks_)
+        if (fallback.index < kept) // of the "fences" array that counts
+            Logger::log(geometryNotUsedText(fallback.id, fallback.problem), LogCategory::FENCE,
+                        "fenceFromJson(_:)", 1);
+    fallbacks_.clear();
+    return kept_.finish();
+}
 
 } // namespace bvgeo

@@ -10,11 +10,18 @@
 // a body that turns out not to be a JSON object, or not to decode at all, means
 // nothing; the caller decides that from the decoder.
 //
+// With polygon fences on, it also reads a fence's "geometry" member (GeoJSON Polygon
+// or MultiPolygon) as it arrives; a geometry that is bad, or reaches beyond the
+// fence's circle, leaves the fence a circle, and takeFences() logs one line for
+// each such fence kept. With them off, "geometry" is skipped like any other key and
+// nothing of it is kept.
+//
 // One thread feeds it; it is not reusable across bodies.
 #pragma once
 
 #include "models/Fence.hpp"
 #include "models/FenceListBuilder.hpp"
+#include "models/GeometryReader.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -28,6 +35,8 @@ namespace bvgeo {
 class ZoneFileReader final : public nlohmann::json_sax<nlohmann::json> {
 public:
     using json = nlohmann::json;
+
+    explicit ZoneFileReader(bool polygonFences = false) : polygonFences_(polygonFences) {}
 
     bool null() override;
     bool boolean(bool value) override;
@@ -46,11 +55,14 @@ public:
     // The fences kept, in file order; the reader is spent afterwards.
     std::vector<std::shared_ptr<Fence>> takeFences();
 
+    // The line logged for a polygon fence that stays a circle.
+    static std::string geometryNotUsedText(const std::string& fenceId, const std::string& problem);
+
 private:
     // Where the decoder stands: which container it is in, as far as fences go.
-    enum class Place : std::uint8_t { Top, Fences, Fence, Location, Coordinates, ContentIds, Ignored };
+    enum class Place : std::uint8_t { Top, Fences, Fence, Location, Coordinates, ContentIds, Geometry, Ignored };
     // The key whose value comes next, among those that matter at that place.
-    enum class Field : std::uint8_t { Other, Fences, Id, Name, Location, Radius, ContentIds, Type, Coordinates };
+    enum class Field : std::uint8_t { Other, Fences, Id, Name, Location, Radius, ContentIds, Type, Coordinates, Geometry };
 
     struct Number {
         bool present = false;
@@ -60,6 +72,7 @@ private:
     struct Scalar {
         const std::string* text = nullptr;
         Number number;
+        bool isNull = false;
     };
 
     void scalar(const Scalar& value);
@@ -68,6 +81,8 @@ private:
     void fenceFieldIsNot(Field field);
     void resetLocation();
     void closeFence();
+    void resetGeometry();
+    void closeGeometryContainer();
 
     std::vector<Place> places_;
     Field pending_ = Field::Other;
@@ -82,6 +97,18 @@ private:
     bool coordinatesBad_ = false;     // ... with fewer than two elements, or a non-number in the first two
     std::size_t coordinateCount_ = 0;
     double coordinates_[2] = {0.0, 0.0};
+
+    // Polygon fences.
+    bool polygonFences_ = false;
+    std::unique_ptr<GeometryReader> geometry_; // while the element's "geometry" object is read
+    FenceGeometryResult geometryResult_;       // its last "geometry", once read
+    bool geometryGiven_ = false;               // its last "geometry" is not null
+    // (index among the kept fences, fence id, problem) of fences left circles.
+    struct Fallback {
+        std::size_t index;
+        std::string id, problem;
+    };
+    std::vector<Fallback> fallbacks_;
 };
 
 } // namespace bvgeo

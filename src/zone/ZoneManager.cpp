@@ -16,14 +16,18 @@ constexpr std::string_view kFunction = "getFencesForZone(_:success:failure:)";
 
 void ZoneManager::getFencesForZone(const std::string& zoneFileName, Success success, Failure failure) {
     std::string url = TrackerSettings::sharedInstance().zonesBaseUrl() + zoneFileName;
-    // Nothing stored means an unconditional request: the header is left out.
+    const bool polygonFences = TrackerSettings::sharedInstance().extendedOptions().polygonFences;
+    // Nothing stored means an unconditional request: the header is left out. So
+    // does a fence table written without geometries while polygon fences are on: a
+    // 304 would stand for geometries that were never kept.
     nlohmann::json headers = nlohmann::json::object();
-    if (auto lastModified = FenceFetch::zoneLastModified(); !lastModified.empty())
+    if (auto lastModified = FenceFetch::zoneLastModified();
+        !lastModified.empty() && (!polygonFences || Fence::geometriesStoredForCurrentFences()))
         headers["If-Modified-Since"] = lastModified;
     Logger::log("Requested Zone = " + url, LogCategory::ZONE, kFunction, 37);
 
     // The fences are read while the body is decoded: a zone may hold many thousands.
-    auto reader = std::make_shared<ZoneFileReader>();
+    auto reader = std::make_shared<ZoneFileReader>(polygonFences);
     HTTPClient::sharedInstance().getStreamed(
         url, headers, reader,
         [success, reader](const HTTPResponse& response) {
@@ -47,13 +51,19 @@ void ZoneManager::getFencesForZone(const std::string& zoneFileName, Success succ
         });
 }
 
-FenceList ZoneManager::getListFromCache() { return Fence::getFences(true); }
+FenceList ZoneManager::getListFromCache() {
+    return Fence::getFences(true, TrackerSettings::sharedInstance().extendedOptions().polygonFences);
+}
 
 void ZoneManager::requestZoneFile(const std::string& url, const std::string& ifModifiedSince,
                                   std::function<void(ZoneFileAnswer& answer)> done) {
     nlohmann::json headers = nlohmann::json::object();
-    if (!ifModifiedSince.empty()) headers["If-Modified-Since"] = ifModifiedSince;
-    auto reader = std::make_shared<ZoneFileReader>();
+    const bool polygonFences = TrackerSettings::sharedInstance().extendedOptions().polygonFences;
+    // As for a download without the cache: a 304 must not stand for geometries that
+    // the fence table never kept.
+    if (!ifModifiedSince.empty() && (!polygonFences || Fence::geometriesStoredForCurrentFences()))
+        headers["If-Modified-Since"] = ifModifiedSince;
+    auto reader = std::make_shared<ZoneFileReader>(polygonFences);
     HTTPClient::sharedInstance().getStreamedKeepingBody(
         url, headers, reader,
         [done, reader](const HTTPResponse& response, std::string body) {

@@ -9,6 +9,8 @@
 
 #include <bvgeo/bvgeo.h>
 
+#include <cstring>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -387,6 +389,41 @@ TEST_F(CApiTest, HostServedMainQueueCallsBackOnTheHostsThread) {
     EXPECT_EQ(ran, BVGEO_OK);
     std::lock_guard lock(log_.mutex);
     EXPECT_EQ(log_.callbackThreads.back(), runner);
+}
+
+TEST_F(CApiTest, PolygonFencesComeWithVersionTwoAndAVersionOneStructIsStillTaken) {
+    open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
+    bvgeo_extended_options set;
+    bvgeo_extended_options_init(&set);
+    EXPECT_EQ(set.version, 2u);
+    EXPECT_EQ(set.polygon_fences, 0);
+    set.polygon_fences = 1;
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &set), BVGEO_OK);
+    bvgeo_extended_options got;
+    got.version = BVGEO_EXTENDED_OPTIONS_VERSION;
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
+    EXPECT_EQ(got.polygon_fences, 1);
+    set.polygon_fences = 2;
+    expectRefused(bvgeo_set_extended_options(tracker_, &set), BVGEO_ERR_INVALID_ARGUMENT, "polygon_fences 2");
+
+    // A host built against version 1 knows nothing past fence_listing_limit: nothing
+    // there is read or written, and what it sets is the whole record, the fields it
+    // does not know at their defaults (polygon fences off).
+    bvgeo_extended_options old;
+    std::memset(&old, 0xAB, sizeof old);
+    bvgeo_extended_options_init(&old);
+    old.version = 1;
+    old.fence_listing_limit = 4;
+    old.polygon_fences = 99; // past the end of a version-1 struct
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &old), BVGEO_OK);
+    std::memset(&got, 0xAB, sizeof got);
+    got.version = 1;
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
+    EXPECT_EQ(got.fence_listing_limit, 4u);
+    EXPECT_EQ(got.polygon_fences, static_cast<int>(0xABABABAB));
+    got.version = 2;
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
+    EXPECT_EQ(got.polygon_fences, 0);
 }
 
 TEST_F(CApiTest, OptionsRoundTripThroughTheFacade) {

@@ -95,3 +95,24 @@ test('in the restart dialog Enter means Done and Escape means Cancel', async (t)
   await page.locator('#log', { hasText: 'Started tracking location' }).waitFor();
   assert.deepEqual([...mock.state.archives], ['by keyboard']);
 });
+
+test('a polygon fence is drawn as its polygons with their holes, and pinned like a circle', async (t) => {
+  const square = [[-23.552, -46.642], [-23.552, -46.638], [-23.548, -46.638], [-23.548, -46.642]];
+  const pond = [[-23.551, -46.641], [-23.549, -46.641], [-23.549, -46.639], [-23.551, -46.639]];
+  const triangle = [[-23.552, -46.636], [-23.552, -46.634], [-23.549, -46.635]];
+  const closed = (ring) => [...ring, ring[0]];
+  const fences = [
+    { id: 'park', name: 'Park', latitude: -23.55, longitude: -46.639, radius: 320, title: 'Park - 320m',
+      polygons: [[closed(square), closed(pond)], [closed(triangle)]] },
+    { id: 'shop', name: 'Shop', latitude: -23.5505, longitude: -46.634, radius: 100, title: 'Shop - 100m' },
+  ];
+  const { page, errors } = await open(t, 'map', { fences });
+  await page.waitForFunction(() => window.bvgeoConsole?.draws() === 1);
+  const counts = await page.evaluate(() => window.bvgeoConsole.counts());
+  assert.deepEqual(counts, { squares: 1, circles: 1, pins: 2, dots: 1 });
+  // Leaflet keeps rings open: the closing position is its own first.
+  assert.deepEqual(await page.evaluate(() => window.bvgeoConsole.polygons()), [[[square, pond], [triangle]]]);
+  const titles = await page.evaluate(() => window.bvgeoConsole.pins().map((p) => p.title).sort());
+  assert.deepEqual(titles, ['Park - 320m', 'Shop - 100m']);
+  assert.deepEqual(errors, []);
+});

@@ -2,6 +2,7 @@
 #include "fence/FenceDistance.hpp"
 #include "fence/FenceIndex.hpp"
 
+#include "models/GeometryReader.hpp"
 #include "platform/Geodesic.hpp"
 
 #include <GeographicLib/Geodesic.hpp>
@@ -44,6 +45,30 @@ TEST(FenceDistance, MeasuresTheGeodesicToTheRimAndAgreesInSignWithContainment) {
     EXPECT_EQ(signedDistanceToRim(Fence("f", "", 51, 0, 0, {}, true), 51, 0), inf) << "a fence without area";
     EXPECT_EQ(signedDistanceToRim(Fence("f", "", 95, 0, 10, {}, true), 51, 0), inf) << "a centre off the earth";
     EXPECT_EQ(signedDistanceToRim(Fence("f", "", 51, 0, 10, {}, true), std::nan(""), 0), inf);
+}
+
+TEST(FenceDistance, APolygonFenceIsMeasuredToItsNearestEdgeHolesIncluded) {
+    // A square of 0.02 degrees with a hole of 0.004 degrees in its middle; its circle
+    // (which encloses it) is not what is measured.
+    auto geometry = readFenceGeometry(R"({"type":"Polygon","coordinates":[
+        [[0.69,51.34],[0.71,51.34],[0.71,51.36],[0.69,51.36],[0.69,51.34]],
+        [[0.698,51.348],[0.702,51.348],[0.702,51.352],[0.698,51.352],[0.698,51.348]]]})");
+    ASSERT_TRUE(geometry.geometry) << geometry.problem;
+    Fence fence("p", "", 51.35, 0.70, 1500, {}, true);
+    fence.geometry = geometry.geometry;
+    const double metresPerDegreeLatitude = 111'257.0; // at 51.35 degrees
+    EXPECT_NEAR(signedDistanceToRim(fence, 51.345, 0.70), -0.003 * metresPerDegreeLatitude, 2.0); // near the hole
+    const double metresPerDegreeLongitude = 69'668.0;
+    EXPECT_NEAR(signedDistanceToRim(fence, 51.35, 0.70), 0.002 * metresPerDegreeLongitude, 2.0); // in the hole
+    EXPECT_NEAR(signedDistanceToRim(fence, 51.335, 0.70), 0.005 * metresPerDegreeLatitude, 2.0);  // south of it
+    EXPECT_EQ(signedDistanceToRim(fence, 51.34, 0.70), 0.0) << "on an edge is outside";
+    std::mt19937_64 random(5);
+    std::uniform_real_distribution<double> lat(51.339, 51.361), lon(0.689, 0.711);
+    for (int i = 0; i < 2000; ++i) {
+        const double a = lat(random), b = lon(random);
+        ASSERT_EQ(signedDistanceToRim(fence, a, b) < 0.0, isLocationInsideFence(a, b, fence)) << a << "," << b;
+    }
+    EXPECT_EQ(signedDistanceToRim(fence, std::nan(""), 0.7), std::numeric_limits<double>::infinity());
 }
 
 TEST(FenceDistance, FencesNearAPositionAreThoseAScanFindsWithinTheMargin) {

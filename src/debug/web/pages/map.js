@@ -95,7 +95,12 @@
     for (const fence of Array.isArray(data.fences) ? data.fences : []) {
       if (!isLatLng(fence.latitude, fence.longitude)) continue;
       const at = [fence.latitude, fence.longitude];
-      if (fence.radius > 0) L.circle(at, { ...FENCE_STYLE, radius: fence.radius }).addTo(overlays);
+      if (Array.isArray(fence.polygons) && fence.polygons.length > 0) {
+        // A polygon fence: its polygons with their holes, in place of the circle.
+        L.polygon(fence.polygons, { ...FENCE_STYLE, bvgeoFence: true }).addTo(overlays);
+      } else if (fence.radius > 0) {
+        L.circle(at, { ...FENCE_STYLE, radius: fence.radius }).addTo(overlays);
+      }
       const title = String(fence.title ?? fence.name ?? '');
       L.marker(at).bindPopup(document.createTextNode(title)).addTo(overlays);
     }
@@ -172,9 +177,10 @@
   }
 
   function layersOnMap() {
-    const found = { squares: [], circles: [], pins: [], dots: [] };
+    const found = { squares: [], circles: [], pins: [], dots: [], polygons: [] };
     map.eachLayer((layer) => {
-      if (layer instanceof L.Polygon && layer.options.pane === 'overlayPane') found.squares.push(layer);
+      if (layer instanceof L.Polygon && layer.options.bvgeoFence) found.polygons.push(layer);
+      else if (layer instanceof L.Polygon && layer.options.pane === 'overlayPane') found.squares.push(layer);
       else if (layer instanceof L.Circle) found.circles.push(layer);
       else if (layer instanceof L.CircleMarker) found.dots.push(layer);
       else if (layer instanceof L.Marker) found.pins.push(layer);
@@ -191,6 +197,12 @@
       const found = layersOnMap();
       return { squares: found.squares.length, circles: found.circles.length, pins: found.pins.length, dots: found.dots.length };
     },
+    // Per polygon fence drawn: its polygons, each a list of rings of [lat, lng].
+    polygons: () => layersOnMap().polygons.map((p) => {
+      const rings = p.getLatLngs();
+      const parts = Array.isArray(rings[0]) && Array.isArray(rings[0][0]) ? rings : [rings];
+      return parts.map((part) => part.map((ring) => ring.map((q) => [q.lat, q.lng])));
+    }),
     zoneCorners() {
       const square = layersOnMap().squares[0];
       return square ? square.getLatLngs()[0].map((p) => [p.lat, p.lng]) : null;
