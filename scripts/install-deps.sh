@@ -12,6 +12,7 @@ packages=(
   gpsd gpsd-clients
   chromium
   python3 python3-pytest
+  clang-14 libclang-rt-14-dev llvm-14
 )
 command -v npm >/dev/null || packages+=(nodejs npm)
 missing=()
