@@ -27,6 +27,10 @@ bvgeo_status bvgeo_push_location(bvgeo_tracker* tracker, double latitude, double
     if (kind < BVGEO_FIX_AUTOMATIC || kind > BVGEO_FIX_SIGNIFICANT_CHANGE)
         return FAIL(BVGEO_ERR_INVALID_ARGUMENT, "kind " + std::to_string(kind) + " is not a BVGEO_FIX_* value");
     if (session->mode() == MainQueueMode::VirtualTime) NOT_FROM_CALLBACK();
+    // A fix runs the pipeline, whose lines come back to the console: one pushed from
+    // there would feed itself.
+    if (CallbackConsole::runningOnThisThread())
+        return FAIL(BVGEO_ERR_STATE, "not allowed from inside a console callback");
     bvgeo::Location fix{latitude, longitude, time > 0 ? time : bvgeo::platform().clock->currentTime()};
     fix.horizontalAccuracy = accuracy < 0 ? -1.0 : accuracy;
     const auto got = session->push(fix, static_cast<bvgeo::SimulatedDelivery>(kind));

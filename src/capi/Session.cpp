@@ -60,8 +60,11 @@ void Session::setTriggerCallback(bvgeo_trigger_callback callback, void* userData
 }
 
 std::optional<int> Session::push(const Location& fix, SimulatedDelivery delivery) {
-    std::lock_guard lock(pumpMutex_);
+    // In real time the fix runs the pipeline on the host's thread, which calls the
+    // host's console: no lock of ours is held around it (the location service keeps
+    // its own state consistent when fixes come from several threads at once).
     if (!virtual_) return locations_->push(fix, delivery);
+    std::lock_guard lock(pumpMutex_);
     if (!virtual_->advanceTo(fix.timestamp)) return std::nullopt;
     const int received = locations_->push(fix, delivery);
     if (!virtual_->settle()) return std::nullopt;
