@@ -280,9 +280,15 @@ sqlite3* DatabaseConnection::openFile(std::string& damage, std::string& kind) {
                     SQLITE_NOTADB);
     }
     if (version < file_.version) {
-        std::string schema = "BEGIN;" + file_.schema + "COMMIT;";
-        if (sqlite3_exec(handle, schema.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
+        // A file that cannot take its schema now (a full disk) is not used without
+        // it: the open fails, and the next call tries again.
+        const std::string schema = "BEGIN;" + file_.schema + "COMMIT;";
+        if ((rc = sqlite3_exec(handle, schema.c_str(), nullptr, nullptr, &message)) != SQLITE_OK) {
+            std::string error = message ? message : sqlite3_errmsg(handle);
+            sqlite3_free(message);
             sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
+            return fail(error, rc);
+        }
     }
     sqlite3_update_hook(handle, &DatabaseConnection::rowChanged, this);
     return handle;
