@@ -59,6 +59,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -103,11 +104,12 @@ public:
 
     void beginWriteGroup();
     void endWriteGroup();
-    // A PendingCommit's three moments: made while groups are open, adopted by a group
-    // (which then commits as any group does), or dropped unadopted.
-    void holdCommit();
-    void adoptHeldCommit();
-    void releaseHeldCommit();
+    // A PendingCommit's three moments: made on the thread whose groups' commit waits
+    // (`holder`), adopted by a group (which then commits as any group does), or
+    // dropped unadopted.
+    void holdCommit(std::thread::id holder);
+    void adoptHeldCommit(std::thread::id holder);
+    void releaseHeldCommit(std::thread::id holder);
 
     // What the calling thread's last failed call on any connection said; empty after
     // one that succeeded.
@@ -211,15 +213,18 @@ private:
     int openGroups_ = 0;
     bool groupTransaction_ = false; // BEGIN issued for the open groups
     int groupWrites_ = 0;
-    int heldCommits_ = 0; // PendingCommits made and not yet adopted or dropped
+    // The threads of PendingCommits made and not yet adopted or dropped: a group
+    // ending on one of them leaves the commit to the adopter; any other commits.
+    std::vector<std::thread::id> holders_;
     std::vector<RowLimit> rowLimits_;
     bool fastSecureDelete_ = false; // set on the open handle before its first trim
     std::uint64_t rowLimitsVersion_ = 0;
 };
 
-// The commit of the write groups open on the default database file, handed on to
-// work queued for later: the groups' transaction stays open, after they close, for
-// the WriteGroup that adopts it. Holds no group open: any write outside a group
+// The commit of the write groups open on the default database file on this thread,
+// handed on to work queued for later: when they close, their transaction stays open
+// for the WriteGroup that adopts it. Holds no group open and keeps nobody waiting: a
+// group closing on any other thread commits as usual, any write outside a group
 // commits what waits before it runs, and dropping it unadopted commits too.
 class PendingCommit {
 public:
@@ -232,6 +237,7 @@ public:
 private:
     friend class WriteGroup;
     std::shared_ptr<DatabaseConnection> connection_;
+    std::thread::id holder_;
 };
 
 // Holds a write group open on the default database file for its lifetime; the

@@ -8,6 +8,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <exception>
 
 namespace bvgeo {
@@ -143,27 +144,34 @@ void DatabaseConnection::beginWriteGroup() {
 void DatabaseConnection::endWriteGroup() {
     Locked locked(*this);
     if (openGroups_ > 0) --openGroups_;
-    if (groupTransaction_ &&
-        ((openGroups_ == 0 && heldCommits_ == 0) || groupWrites_ >= kMaxWritesPerGroupCommit))
+    const bool handedOn =
+        std::find(holders_.begin(), holders_.end(), std::this_thread::get_id()) != holders_.end();
+    if (groupTransaction_ && ((openGroups_ == 0 && !handedOn) || groupWrites_ >= kMaxWritesPerGroupCommit))
         commitWriteGroup();
     recoverIfDamaged();
 }
 
-void DatabaseConnection::holdCommit() {
+void DatabaseConnection::holdCommit(std::thread::id holder) {
     Locked locked(*this);
-    ++heldCommits_;
+    holders_.push_back(holder);
 }
 
-void DatabaseConnection::adoptHeldCommit() {
+namespace {
+void dropOne(std::vector<std::thread::id>& holders, std::thread::id holder) {
+    if (auto found = std::find(holders.begin(), holders.end(), holder); found != holders.end()) holders.erase(found);
+}
+} // namespace
+
+void DatabaseConnection::adoptHeldCommit(std::thread::id holder) {
     Locked locked(*this);
-    if (heldCommits_ > 0) --heldCommits_;
+    dropOne(holders_, holder);
     ++openGroups_;
 }
 
-void DatabaseConnection::releaseHeldCommit() {
+void DatabaseConnection::releaseHeldCommit(std::thread::id holder) {
     Locked locked(*this);
-    if (heldCommits_ > 0) --heldCommits_;
-    if (groupTransaction_ && openGroups_ == 0 && heldCommits_ == 0) commitWriteGroup();
+    dropOne(holders_, holder);
+    if (groupTransaction_ && openGroups_ == 0 && holders_.empty()) commitWriteGroup();
     recoverIfDamaged();
 }
 
@@ -268,14 +276,16 @@ bool DatabaseConnection::executeQuery(const std::string& sql, const SqlValues& a
     return ok;
 }
 
-PendingCommit::PendingCommit() : connection_(DatabaseConnection::forPath(BV1Database().path())) {
-    connection_->holdCommit();
+PendingCommit::PendingCommit()
+    : connection_(DatabaseConnection::forPath(BV1Database().path())), holder_(std::this_thread::get_id()) {
+    connection_->holdCommit(holder_);
 }
 
-PendingCommit::PendingCommit(PendingCommit&& other) noexcept : connection_(std::move(other.connection_)) {}
+PendingCommit::PendingCommit(PendingCommit&& other) noexcept
+    : connection_(std::move(other.connection_)), holder_(other.holder_) {}
 
 PendingCommit::~PendingCommit() {
-    if (connection_) connection_->releaseHeldCommit();
+    if (connection_) connection_->releaseHeldCommit(holder_);
 }
 
 WriteGroup::WriteGroup() : connection_(DatabaseConnection::forPath(BV1Database().path())) {
@@ -284,7 +294,7 @@ WriteGroup::WriteGroup() : connection_(DatabaseConnection::forPath(BV1Database()
 
 WriteGroup::WriteGroup(PendingCommit&& handedOn) : connection_(std::move(handedOn.connection_)) {
     if (connection_)
-        connection_->adoptHeldCommit();
+        connection_->adoptHeldCommit(handedOn.holder_);
     else
         (connection_ = DatabaseConnection::forPath(BV1Database().path()))->beginWriteGroup();
 }
