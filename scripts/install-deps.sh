@@ -16,6 +16,8 @@ packages=(
   # Packaging and the API reference: Debian packages checked with lintian, pip
   # installs into a venv with Debian's setuptools, Doxygen.
   file lintian python3-venv python3-setuptools python3-wheel doxygen
+  # Fuzzing the readers of outside bytes (libFuzzer).
+  clang-14 libclang-rt-14-dev llvm-14
 )
 command -v npm >/dev/null || packages+=(nodejs npm)
 missing=()

@@ -28,7 +28,14 @@
  *  - the main-queue and virtual-time functions (bvgeo_main_queue_*,
  *    bvgeo_virtual_*), and bvgeo_push_location in virtual-time mode, must not be
  *    called from inside a trigger callback (they answer BVGEO_ERR_STATE);
- *  - the console callback must not call back into the library.
+ *  - from inside a console callback, bvgeo_open, bvgeo_close, the main-queue and
+ *    virtual-time functions and bvgeo_push_location answer BVGEO_ERR_STATE; any
+ *    other function may be called there (bvgeo_log, bvgeo_pending_reports, the
+ *    getters and setters...).
+ * No lock of the library is held while it calls a callback, so a callback may also
+ * hand work to other threads that call the library, and wait for them; in virtual
+ * time, though, the thread that moves time runs the callbacks, and a callback that
+ * waits for another thread's bvgeo_push_location or bvgeo_virtual_* waits forever.
  * The trigger callback always runs on the library's main queue, one call at a time,
  * in the order the triggers were produced: on a thread of the library's own
  * (BVGEO_MAIN_QUEUE_OWN_THREAD), on the host's thread inside bvgeo_main_queue_run
@@ -148,8 +155,12 @@ typedef enum bvgeo_main_queue_mode {
 } bvgeo_main_queue_mode;
 
 /* Receives the library's console lines (its debug echo of log lines, start-up
- * notes, HTTP and file diagnostics), one whole line per call, from any thread, one
- * call at a time. Must not call back into the library. */
+ * notes, HTTP and file diagnostics), one whole line per call, from any thread;
+ * calls on different threads may overlap. It may call the library (see Threads
+ * above for the few calls it may not make). A line written while the callback runs
+ * on the same thread (the echo of a bvgeo_log it made) is not handed to it again:
+ * such log lines are dropped (the log table still has them), warnings go to
+ * standard error. After bvgeo_close returns it is never called again. */
 typedef void (*bvgeo_console_callback)(const char *line, void *user_data);
 
 #define BVGEO_OPEN_OPTIONS_VERSION 1
@@ -370,7 +381,7 @@ enum {
 };
 
 /* Hands one fix to the trackers, on the calling thread (calls from several threads
- * are taken one at a time). latitude -90..90, longitude -180..180 degrees;
+ * may run at once; in virtual-time mode they are taken one at a time). latitude -90..90, longitude -180..180 degrees;
  * accuracy: horizontal accuracy in metres, negative when unknown; time: seconds
  * since 1970 when the fix was taken, 0 for the library clock's now (a value of 1e11
  * or more can only be milliseconds and is refused); kind: a BVGEO_FIX_* value.

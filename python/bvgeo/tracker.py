@@ -140,8 +140,11 @@ class Tracker:
         else ~/.local/share/bvgeo). main_queue: a MainQueue. start_time: virtual time
         only, the clock's start (seconds since 1970 or an aware datetime); None: the
         first pushed fix's time. console: a callable given each of the library's
-        console lines (from any thread; it must not call the tracker); default: the
-        "bvgeo.console" logger at DEBUG level."""
+        console lines (from any thread, maybe on several at once); default: the
+        "bvgeo.console" logger at DEBUG level. Either may call the tracker (log,
+        pending_reports, the getters and setters; not close, push_location nor the
+        main-queue and virtual-time calls), and a line it causes on its own thread is
+        not given to it again."""
         self._handle = None
         self._on_trigger = None
         self._console = console

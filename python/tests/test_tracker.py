@@ -78,6 +78,57 @@ def test_own_thread_main_queue_calls_back_on_the_librarys_thread(data_dir, serve
     assert threading.get_ident() not in threads
 
 
+@pytest.mark.parametrize("route", ["console callable", "logging handler"])
+def test_console_lines_may_call_the_tracker_on_their_thread_and_from_one_they_wait_for(data_dir, server, route):
+    seen, answers, helpers, lock = [], [], [], threading.Lock()
+    tracker = None
+
+    def from_helper():
+        tracker.log("logged by a helper thread")
+        answers.append(tracker.pending_reports)
+
+    def on_line(text):
+        with lock:
+            seen.append(text)
+            # A logging handler holds its own lock while it emits: a helper thread's
+            # line would wait for it, so the handler calls the tracker on its own thread.
+            spawn = route == "console callable" and tracker is not None and len(helpers) < 3 and \
+                "helper thread" not in text
+            if spawn:
+                helpers.append(text)
+        if tracker is None:  # a line of bvgeo_open itself
+            return
+        tracker.log("logged from the console")
+        answers.append(tracker.pending_reports)
+        if spawn:
+            helper = threading.Thread(target=from_helper)
+            helper.start()
+            helper.join()
+
+    class Handler(logging.Handler):
+        def emit(self, record):
+            on_line(record.getMessage())
+
+    handler, console_logger = Handler(), logging.getLogger("bvgeo.console")
+    console_logger.addHandler(handler)
+    console_logger.setLevel(logging.DEBUG)
+    try:
+        with bvgeo.Tracker(data_dir, main_queue=bvgeo.MainQueue.OWN_THREAD,
+                           console=on_line if route == "console callable" else None) as opened:
+            tracker = opened
+            tracker.set_environment_urls(bvgeo.Environment.DEVELOPMENT, server + "api/v1/app/", server)
+            tracker.configure("py", bvgeo.TriggerMode.BOTH, bvgeo.Environment.DEVELOPMENT)
+            assert tracker.start()
+            tracker.push_location(FENCE_LAT, east(0), 0, kind=bvgeo.FixKind.STANDARD)
+            tracker.log("logged by the host")
+    finally:
+        console_logger.removeHandler(handler)
+    helper_echoes = [line for line in seen if "logged by a helper thread" in line]
+    assert len(helper_echoes) == (3 if route == "console callable" else 0), seen
+    assert any("Started tracking location" in line for line in seen)
+    assert all(isinstance(count, int) for count in answers) and len(answers) >= 6
+
+
 def test_replay_returns_triggers_and_summary(tmp_path, server):
     gpx = tmp_path / "walk.gpx"
     def utc(seconds):

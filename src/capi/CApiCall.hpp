@@ -4,6 +4,7 @@
 // under the lifecycle lock. No exception leaves an exported function.
 #pragma once
 
+#include "capi/CallbackConsole.hpp"
 #include "capi/Session.hpp"
 #include "capi/TriggerCallback.hpp"
 
@@ -104,6 +105,8 @@ bvgeo_status giveText(const char* function, int line, char** out, const std::str
     do {                                                                                                              \
         if (::bvgeo::capi::TriggerCallback::runningOnThisThread())                                                    \
             return FAIL(BVGEO_ERR_STATE, "not allowed from inside a trigger callback");                               \
+        if (::bvgeo::capi::CallbackConsole::runningOnThisThread())                                                    \
+            return FAIL(BVGEO_ERR_STATE, "not allowed from inside a console callback");                               \
     } while (0)
 
 #define VIRTUAL_TIME_MODE(session)                                                                                    \

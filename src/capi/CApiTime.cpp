@@ -16,6 +16,10 @@ namespace {
 
 // Hands a checked fix to the session; 0 as its time is the clock's now.
 bvgeo_status pushChecked(Session& session, const bvgeo::Location& fix, int kind, int* received) {
+    // A fix runs the pipeline, whose lines come back to the console: one pushed from
+    // there would feed itself.
+    if (CallbackConsole::runningOnThisThread())
+        return FAIL(BVGEO_ERR_STATE, "not allowed from inside a console callback");
     std::string refused;
     const auto got = session.push(fix, static_cast<bvgeo::SimulatedDelivery>(kind), refused);
     if (!refused.empty()) return FAIL(BVGEO_ERR_INVALID_ARGUMENT, refused);

@@ -57,11 +57,14 @@ void Session::setTriggerCallback(bvgeo_trigger_callback callback, void* userData
 }
 
 std::optional<int> Session::push(Location fix, SimulatedDelivery delivery, std::string& refused) {
-    std::lock_guard lock(pumpMutex_);
+    // In real time the fix runs the pipeline on the host's thread, which calls the
+    // host's console: no lock of ours is held around it (the location service keeps
+    // its own state consistent when fixes come from several threads at once).
     if (!virtual_) {
         if (fix.timestamp == 0) fix.timestamp = platform().clock->currentTime();
         return locations_->push(fix, delivery);
     }
+    std::lock_guard lock(pumpMutex_);
     if (auto problem = virtualFixProblem(fix.timestamp, virtual_->now(), virtual_->started())) {
         refused = *problem;
         return std::nullopt;

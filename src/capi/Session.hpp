@@ -4,8 +4,10 @@
 // that forwards to the host's callback, and the debug console.
 //
 // Made and shut down by the C API under its open/close lock. Everything else may
-// be called from any thread; push() and the virtual-time operations are taken one
-// at a time, and the main-queue operations follow the mode's rules (bvgeo.h).
+// be called from any thread; in virtual time push() and the other operations that
+// move time are taken one at a time (the callbacks they run on the caller's thread
+// must not call them: the C API refuses), and the main-queue operations follow the
+// mode's rules (bvgeo.h). No other lock of the session is held while host code runs.
 #pragma once
 
 #include "capi/CallbackConsole.hpp"
@@ -124,7 +126,7 @@ private:
     // Virtual time.
     std::unique_ptr<VirtualTime> virtual_;
 
-    std::mutex pumpMutex_; // one fix, and in virtual time one pump, at a time
+    std::mutex pumpMutex_; // virtual time: one pump at a time
 
     mutable std::mutex debugConsoleMutex_;
     std::unique_ptr<ConsoleHandle> debugConsole_;

@@ -1,6 +1,7 @@
 #include "datastore/BV1Database.hpp"
 
 #include "datastore/DatabaseConnection.hpp"
+#include "logger/Logger.hpp"
 
 #include <bvgeo/platform/Platform.hpp>
 
@@ -21,6 +22,40 @@ const std::string BV1Database::kSchemaVersion1 =
     "DEFAULT 0, last_trigger_at INTEGER DEFAULT 0);"
     "CREATE UNIQUE INDEX IF NOT EXISTS ActiveFencesUniqueId ON activeFences (fence_id);"
     "PRAGMA user_version = 1;";
+
+namespace {
+
+std::string damagedText(const SetAside& aside) {
+    return "The database file was damaged (" + aside.problem + "): moved to " + aside.movedTo.value_or("") +
+           "; a new file was started";
+}
+
+} // namespace
+
+const DatabaseFile& BV1Database::databaseFile() {
+    static const DatabaseFile file = [] {
+        DatabaseFile f;
+        f.schema = kSchemaVersion1;
+        f.version = 1;
+        f.rowLimits = true;
+        // Written by the engine itself: a save through the Logger would come back to
+        // the connection's lock.
+        f.firstRow = [](const SetAside& aside) -> std::optional<SqlStatement> {
+            const auto& p = platform();
+            const std::int64_t now = p.clock->now();
+            return SqlStatement{"INSERT INTO log (message, category, timestamp) VALUES (?, ?, ?)",
+                                {Logger::formatMessage(
+                                     p.dateFormatter->format(static_cast<double>(now), "yyyy-MM-dd HH:mm:ss"),
+                                     "createDatabase()", 0, damagedText(aside)),
+                                 std::string("GENERAL"), now}};
+        };
+        f.onSetAside = [](const SetAside& aside) {
+            if (aside.movedTo) platform().console->warn(damagedText(aside));
+        };
+        return f;
+    }();
+    return file;
+}
 
 bool DatabaseHandle::executeStatements(const std::string& sql) const {
     return DatabaseConnection::forPath(path_)->executeStatements(sql);

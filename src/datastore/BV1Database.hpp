@@ -8,6 +8,7 @@
 // Every value reaches SQLite as a bound parameter.
 #pragma once
 
+#include "datastore/DatabaseFile.hpp"
 #include "datastore/SqlValue.hpp"
 
 #include <cstddef>
@@ -56,6 +57,11 @@ class BV1Database {
 public:
     static constexpr std::string_view kDefaultFileName = "BVGDatabase.sqlite";
     static const std::string kSchemaVersion1; // the full schema text of version 1
+
+    // The kind of file it is for the storage engine: schema version 1, commits synced
+    // at checkpoints, row limits, and a damaged file told of by a GENERAL row in the
+    // fresh one and a console warning.
+    static const DatabaseFile& databaseFile();
 
     // Makes sure the file exists with the current schema.
     explicit BV1Database(std::string fileName = std::string(kDefaultFileName));

@@ -35,10 +35,10 @@ std::optional<std::string> quickCheckProblem(sqlite3* db) {
     return found;
 }
 
-std::optional<std::string> moveCorruptDatabaseAside(const std::string& path, std::string* error) {
+std::optional<std::string> moveDatabaseAside(const std::string& path, const std::string& kind, std::string* error) {
     const auto& p = platform();
     const auto stamp = p.dateFormatter->format(static_cast<double>(p.clock->now()), "yyyyMMdd-HHmmss");
-    return moveFileAside(*p.files, path, stamp, {"-wal", "-shm"}, error);
+    return moveFileAside(*p.files, path, kind, stamp, {"-wal", "-shm"}, error);
 }
 
 } // namespace bvgeo

@@ -22,11 +22,12 @@ bool isCorruptionCode(int sqliteResult);
 std::optional<std::string> quickCheckProblem(sqlite3* db);
 
 // Moves the damaged database at `path` with its "-wal" and "-shm" files to
-// "<stem>.corrupt-<yyyyMMdd-HHmmss><extension>" in the same directory, the time being
-// the platform clock's now in local time ("BVGDatabase.sqlite" becomes
-// "BVGDatabase.corrupt-20140510-092446.sqlite"; "-2", "-3"... follow the time when
-// that name is taken). Returns the new path of the database file, or std::nullopt
-// with `error` set when it could not be moved.
-std::optional<std::string> moveCorruptDatabaseAside(const std::string& path, std::string* error = nullptr);
+// "<stem>.<kind>-<yyyyMMdd-HHmmss><extension>" in the same directory, the time being
+// the platform clock's now in local time ("BVGDatabase.sqlite" set aside as "corrupt"
+// becomes "BVGDatabase.corrupt-20140510-092446.sqlite"; "-2", "-3"... follow the time
+// when that name is taken). Returns the new path of the database file, or
+// std::nullopt with `error` set when it could not be moved.
+std::optional<std::string> moveDatabaseAside(const std::string& path, const std::string& kind,
+                                             std::string* error = nullptr);
 
 } // namespace bvgeo

@@ -30,12 +30,15 @@ constexpr int kDirectoryFailure = -1;
 constexpr int kMoveAsideFailure = -2;
 constexpr int kBindFailure = -3;
 
+thread_local std::string lastFailure;
+
 class ConnectionRegistry {
 public:
-    std::shared_ptr<DatabaseConnection> get(const std::string& path) {
+    std::shared_ptr<DatabaseConnection> get(const std::string& path, const DatabaseFile* file) {
         std::lock_guard lock(mutex_);
         auto& slot = connections_[path];
-        if (!slot) slot = std::make_shared<DatabaseConnection>(path);
+        if (!slot)
+            slot = file ? std::make_shared<DatabaseConnection>(path, *file) : std::make_shared<DatabaseConnection>(path);
         return slot;
     }
 
@@ -111,16 +114,41 @@ private:
 
 } // namespace
 
-DatabaseConnection::DatabaseConnection(std::string path) : path_(std::move(path)) {}
+DatabaseConnection::Locked::Locked(DatabaseConnection& connection)
+    : connection_(connection), lock_(connection.mutex_) {
+    lastFailure.clear();
+}
+
+DatabaseConnection::Locked::~Locked() {
+    auto notices = std::move(connection_.notices_);
+    connection_.notices_.clear();
+    lock_.unlock();
+    for (auto& notice : notices) {
+        try {
+            notice();
+        } catch (...) {
+            // A console that throws must not take the caller's result with it.
+        }
+    }
+}
+
+DatabaseConnection::DatabaseConnection(std::string path, DatabaseFile file)
+    : path_(std::move(path)), file_(std::move(file)) {}
 
 DatabaseConnection::~DatabaseConnection() {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     closeLocked();
 }
 
 std::shared_ptr<DatabaseConnection> DatabaseConnection::forPath(const std::string& path) {
-    return registry().get(path);
+    return registry().get(path, nullptr);
 }
+
+std::shared_ptr<DatabaseConnection> DatabaseConnection::forPath(const std::string& path, const DatabaseFile& file) {
+    return registry().get(path, &file);
+}
+
+std::string DatabaseConnection::lastError() { return lastFailure; }
 
 void DatabaseConnection::closeAll() {
     // peek: closing must not bring a registry into being just to find it empty.
@@ -134,7 +162,7 @@ int DatabaseConnection::exec(const char* sql, std::string* error) {
     if (rc != SQLITE_OK) {
         std::string text = message ? message : sqlite3_errmsg(db_);
         if (isCorruptionCode(rc) && damage_.empty()) damage_ = text;
-        if (durableOpen_) durableFailed_ = true;
+        lastFailure = text;
         if (error) *error = std::move(text);
     }
     sqlite3_free(message);
@@ -142,7 +170,7 @@ int DatabaseConnection::exec(const char* sql, std::string* error) {
 }
 
 int DatabaseConnection::userVersion(std::uint64_t* generation) {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     int version = -1;
     bool ok = false;
     try {
@@ -159,12 +187,12 @@ int DatabaseConnection::userVersion(std::uint64_t* generation) {
 }
 
 void DatabaseConnection::markSchemaChecked(std::uint64_t generation) {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     if (db_ && generation == generation_) schemaChecked_.store(true, std::memory_order_release);
 }
 
 void DatabaseConnection::closeAndRun(const std::function<void()>& whileClosed) {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     closeLocked();
     if (whileClosed) {
         try {
@@ -184,25 +212,26 @@ bool DatabaseConnection::ensureOpen() {
             return false;
         }
     }
-    std::string damage;
-    if (sqlite3* handle = openFile(damage)) {
+    std::string damage, kind;
+    if (sqlite3* handle = openFile(damage, kind)) {
         db_ = handle;
         ++generation_;
         damage_.clear();
         fastSecureDelete_ = false;
         return true;
     }
-    if (!damage.empty()) replaceDamagedFile(damage);
+    if (!damage.empty()) replaceDamagedFile(damage, kind);
     return db_ != nullptr;
 }
 
-sqlite3* DatabaseConnection::openFile(std::string& damage) {
+sqlite3* DatabaseConnection::openFile(std::string& damage, std::string& kind) {
     sqlite3* handle = nullptr;
     auto fail = [&](const std::string& error, int rc) -> sqlite3* {
         if (handle && isCorruptionCode(rc)) {
             // Leave the file and its WAL exactly as found: they go aside as evidence.
             sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
             damage = error;
+            if (kind.empty()) kind = "corrupt";
         } else {
             reportFailure("cannot open", error, rc & 0xff);
         }
@@ -213,18 +242,18 @@ sqlite3* DatabaseConnection::openFile(std::string& damage) {
                              nullptr);
     if (rc != SQLITE_OK) return fail(handle ? sqlite3_errmsg(handle) : sqlite3_errstr(rc), rc);
     sqlite3_busy_timeout(handle, kBusyTimeoutMs);
-    // WAL with synchronous=NORMAL commits without an fsync (the WAL is synced at
-    // checkpoints): a commit costs writes, not a flush, and survives the process
-    // being killed (only a power loss can take the newest commits). 4 KiB pages: the
-    // fence listing line of a large zone spans many pages, and with the writes of one
-    // location update grouped into one commit the small rows share pages anyway
-    // (page_size only takes effect on a file that has no pages yet). A checkpoint
-    // every 4,000 pages (16 MB of WAL) makes its two fsyncs rare.
+    // WAL. For the database, synchronous=NORMAL commits without an fsync (the WAL is
+    // synced at checkpoints): a commit costs writes, not a flush, and survives the
+    // process being killed (only a power loss can take the newest commits); a file
+    // whose every commit must survive that too (the outbox) syncs each one (FULL).
+    // 4 KiB pages: the fence listing line of a large zone spans many pages, and with
+    // the writes of one location update grouped into one commit the small rows share
+    // pages anyway (page_size only takes effect on a file that has no pages yet). A
+    // checkpoint every 4,000 pages (16 MB of WAL) makes its two fsyncs rare.
     char* message = nullptr;
-    rc = sqlite3_exec(handle,
-                      "PRAGMA page_size=4096; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; "
-                      "PRAGMA wal_autocheckpoint=4000;",
-                      nullptr, nullptr, &message);
+    const std::string settings = std::string("PRAGMA page_size=4096; PRAGMA journal_mode=WAL; PRAGMA synchronous=") +
+                                 (file_.syncEachCommit ? "FULL" : "NORMAL") + "; PRAGMA wal_autocheckpoint=4000;";
+    rc = sqlite3_exec(handle, settings.c_str(), nullptr, nullptr, &message);
     if (rc != SQLITE_OK) {
         std::string error = message ? message : sqlite3_errmsg(handle);
         sqlite3_free(message);
@@ -245,43 +274,48 @@ sqlite3* DatabaseConnection::openFile(std::string& damage) {
             return 0;
         },
         &version, nullptr);
-    if (version < 1) {
-        std::string schema = "BEGIN;" + BV1Database::kSchemaVersion1 + "COMMIT;";
-        if (sqlite3_exec(handle, schema.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
+    if (file_.setAsideNewer && version > file_.version) {
+        kind = "newer";
+        return fail("schema version " + std::to_string(version) + " is newer than " + std::to_string(file_.version),
+                    SQLITE_NOTADB);
+    }
+    if (version < file_.version) {
+        // A file that cannot take its schema now (a full disk) is not used without
+        // it: the open fails, and the next call tries again.
+        const std::string schema = "BEGIN;" + file_.schema + "COMMIT;";
+        if ((rc = sqlite3_exec(handle, schema.c_str(), nullptr, nullptr, &message)) != SQLITE_OK) {
+            std::string error = message ? message : sqlite3_errmsg(handle);
+            sqlite3_free(message);
             sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
+            return fail(error, rc);
+        }
     }
     sqlite3_update_hook(handle, &DatabaseConnection::rowChanged, this);
     return handle;
 }
 
-void DatabaseConnection::replaceDamagedFile(const std::string& damage) {
-    std::string error;
-    const auto movedTo = moveCorruptDatabaseAside(path_, &error);
-    if (!movedTo) {
-        reportFailure("cannot move aside the damaged", error + " (" + damage + ")", kMoveAsideFailure);
+void DatabaseConnection::replaceDamagedFile(const std::string& damage, const std::string& kind) {
+    SetAside aside{path_, kind, damage, std::nullopt, {}};
+    aside.movedTo = moveDatabaseAside(path_, kind, &aside.error);
+    if (!aside.movedTo) {
+        const bool first = reportFailure("cannot move aside the damaged", aside.error + " (" + damage + ")",
+                                         kMoveAsideFailure);
+        if (first && file_.onSetAside) notice([tell = file_.onSetAside, aside] { tell(aside); });
         return;
     }
-    std::string again;
-    sqlite3* fresh = openFile(again);
-    if (!fresh) return; // a new file that is damaged at once is not chased further
-    db_ = fresh;
-    ++generation_;
-    damage_.clear();
-    fastSecureDelete_ = false;
-    replacements_.fetch_add(1, std::memory_order_acq_rel);
-
-    const std::string text = "The database file was damaged (" + damage + "): moved to " + *movedTo +
-                             "; a new file was started";
-    const auto& p = platform();
-    const std::int64_t now = p.clock->now();
-    // Written here, not through the Logger: its save would come back to this lock.
-    static const std::string kInsert = "INSERT INTO log (message, category, timestamp) VALUES (?, ?, ?)";
-    run(kInsert,
-        {Logger::formatMessage(p.dateFormatter->format(static_cast<double>(now), "yyyy-MM-dd HH:mm:ss"),
-                               "createDatabase()", 0, text),
-         std::string("GENERAL"), now},
-        nullptr);
-    p.console->warn(text);
+    std::string again, againKind;
+    sqlite3* fresh = openFile(again, againKind);
+    if (fresh) {
+        db_ = fresh;
+        ++generation_;
+        damage_.clear();
+        fastSecureDelete_ = false;
+        replacements_.fetch_add(1, std::memory_order_acq_rel);
+        if (file_.firstRow)
+            if (auto row = file_.firstRow(aside)) run(row->sql, row->args, nullptr);
+    }
+    // A new file that is damaged at once is not chased further; the move is told of anyway.
+    if (file_.onSetAside) notice([tell = file_.onSetAside, aside] { tell(aside); });
 }
 
 void DatabaseConnection::recoverIfDamaged() {
@@ -306,7 +340,6 @@ void DatabaseConnection::closeLocked(bool damaged) {
         if (groupTransaction_) commitWriteGroup();
         if (!inTransaction()) trimRows(true);
     }
-    durableOwnTransaction_ = false;
     for (auto& [sql, statement] : statements_) sqlite3_finalize(statement.handle);
     statements_.clear();
     if (damaged) {
@@ -412,10 +445,11 @@ bool DatabaseConnection::run(const std::string& sql, const SqlValues& args, cons
     return true;
 }
 
-void DatabaseConnection::reportFailure(const std::string& what, const std::string& detail, int kind) {
-    if (durableOpen_) durableFailed_ = true;
-    if (!reportedKinds_.insert(kind).second) return;
-    platform().console->warn("BV1Database: " + what + " " + path_ + ": " + detail);
+bool DatabaseConnection::reportFailure(const std::string& what, const std::string& detail, int kind) {
+    lastFailure = detail;
+    if (!reportedKinds_.insert(kind).second) return false;
+    notice([line = file_.label + ": " + what + " " + path_ + ": " + detail] { platform().console->warn(line); });
+    return true;
 }
 
 } // namespace bvgeo

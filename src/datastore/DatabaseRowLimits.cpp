@@ -63,7 +63,7 @@ void DatabaseConnection::rowChanged(void* self, int operation, const char*, cons
 
 void DatabaseConnection::refreshRowLimits() {
     const auto version = rowLimitsVersion.load(std::memory_order_acquire);
-    if (version == rowLimitsVersion_) return;
+    if (version == rowLimitsVersion_ || !file_.rowLimits) return;
     std::vector<RowLimit> fresh;
     if (auto* shared = rowLimitsSlot().peek()) {
         std::lock_guard lock(shared->mutex);

@@ -1,12 +1,14 @@
 // DatabaseConnection's transactions: single statements, atomic batches, the write
-// groups that share one commit, and the durable units inside them. Everything here
-// runs with the connection's mutex held, as the rest of the class does.
+// groups that share one commit (and the commits they hand on), and durable units.
+// Everything here runs with the connection's mutex held, as the rest of the class
+// does.
 #include "datastore/DatabaseConnection.hpp"
 
 #include "datastore/BV1Database.hpp"
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <exception>
 
 namespace bvgeo {
@@ -18,10 +20,11 @@ constexpr int kMaxWritesPerGroupCommit = 256;
 } // namespace
 
 bool DatabaseConnection::executeStatements(const std::string& sql, bool atomic) {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     bool ok = false;
     try {
         if (ensureOpen()) {
+            settleHeldCommit();
             std::string error;
             int rc = SQLITE_OK;
             auto step = [&](const char* text) { return (rc = exec(text, &error)) == SQLITE_OK; };
@@ -54,11 +57,12 @@ bool DatabaseConnection::executeStatements(const std::string& sql, bool atomic) 
 }
 
 bool DatabaseConnection::executeBatch(const std::vector<SqlStatement>& statements) {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     bool begun = false, nested = false, ok = false;
     try {
         if (ensureOpen()) {
             refreshRowLimits();
+            settleHeldCommit();
             joinWriteGroup();
             // Inside a write group's transaction a savepoint gives the same all-or-none.
             nested = inTransaction();
@@ -98,11 +102,12 @@ void DatabaseConnection::undoBatch(bool nested) {
 }
 
 bool DatabaseConnection::executeUpdate(const std::string& sql, const SqlValues& args) {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     bool ok = false;
     try {
         if (ensureOpen()) {
             refreshRowLimits();
+            settleHeldCommit();
             joinWriteGroup();
             if (!inTransaction() && trimDue(1)) {
                 // The insert that makes a trim due and the trim share one commit.
@@ -132,100 +137,98 @@ bool DatabaseConnection::executeUpdate(const std::string& sql, const SqlValues& 
 }
 
 void DatabaseConnection::beginWriteGroup() {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     ++openGroups_;
 }
 
 void DatabaseConnection::endWriteGroup() {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     if (openGroups_ > 0) --openGroups_;
-    // An open durable unit commits the transaction itself, savepoint and all.
-    if (groupTransaction_ && !durableOpen_ && (openGroups_ == 0 || groupWrites_ >= kMaxWritesPerGroupCommit))
+    const bool handedOn =
+        std::find(holders_.begin(), holders_.end(), std::this_thread::get_id()) != holders_.end();
+    if (groupTransaction_ && ((openGroups_ == 0 && !handedOn) || groupWrites_ >= kMaxWritesPerGroupCommit))
         commitWriteGroup();
     recoverIfDamaged();
 }
 
-void DatabaseConnection::beginDurable() {
-    std::lock_guard lock(mutex_);
-    durableOpen_ = true;
-    durableFailed_ = false;
-    durableOwnTransaction_ = false;
-    try {
-        if (!ensureOpen()) {
-            durableFailed_ = true;
-        } else {
-            durableGeneration_ = generation_;
-            std::string error;
-            int rc = SQLITE_OK;
-            if (!inTransaction()) {
-                // The unit's transaction is the groups' when any is open, so their rows
-                // go to disk with it; otherwise it is the unit's own.
-                if ((rc = exec("BEGIN IMMEDIATE", &error)) == SQLITE_OK) {
-                    if (openGroups_ > 0) {
-                        groupTransaction_ = true;
-                        groupWrites_ = 0;
-                    } else {
-                        durableOwnTransaction_ = true;
-                    }
-                }
-            }
-            if (rc == SQLITE_OK) rc = exec("SAVEPOINT bvgeo_durable", &error);
-            if (rc != SQLITE_OK) reportFailure("cannot begin a transaction on", error, rc & 0xff);
-        }
-    } catch (...) {
-        durableFailed_ = true;
-    }
+void DatabaseConnection::holdCommit(std::thread::id holder) {
+    Locked locked(*this);
+    holders_.push_back(holder);
+}
+
+namespace {
+void dropOne(std::vector<std::thread::id>& holders, std::thread::id holder) {
+    if (auto found = std::find(holders.begin(), holders.end(), holder); found != holders.end()) holders.erase(found);
+}
+} // namespace
+
+void DatabaseConnection::adoptHeldCommit(std::thread::id holder) {
+    Locked locked(*this);
+    dropOne(holders_, holder);
+    ++openGroups_;
+}
+
+void DatabaseConnection::releaseHeldCommit(std::thread::id holder) {
+    Locked locked(*this);
+    dropOne(holders_, holder);
+    if (groupTransaction_ && openGroups_ == 0 && holders_.empty()) commitWriteGroup();
     recoverIfDamaged();
 }
 
-bool DatabaseConnection::commitDurable() {
-    std::lock_guard lock(mutex_);
-    if (!durableOpen_) return false;
-    bool ok = !durableFailed_ && db_ && generation_ == durableGeneration_ && inTransaction();
+void DatabaseConnection::settleHeldCommit() {
+    // No group is open, yet their transaction is: it waits for a PendingCommit's
+    // adopter. A write of anyone else's must neither join it nor wait for it.
+    if (openGroups_ == 0 && groupTransaction_) commitWriteGroup();
+}
+
+bool DatabaseConnection::executeDurable(const std::vector<SqlStatement>& statements) {
+    Locked locked(*this);
+    bool ok = false;
     try {
-        if (ok) ok = exec("RELEASE bvgeo_durable") == SQLITE_OK;
-        if (ok) {
-            trimRows(false);
+        if (ensureOpen()) {
+            refreshRowLimits();
             std::string error;
-            const int rc = exec("COMMIT", &error);
-            ok = rc == SQLITE_OK;
-            if (ok)
-                committed();
-            else
-                reportFailure("cannot commit on", error, rc & 0xff);
-            if (inTransaction()) exec("ROLLBACK");
-            groupTransaction_ = false;
-            groupWrites_ = 0;
-            durableOwnTransaction_ = false;
+            int rc = SQLITE_OK;
+            // The groups' transaction when one is open, so their rows reach the disk in
+            // the same commit; otherwise one of the unit's own.
+            const bool own = !inTransaction();
+            if (own && (rc = exec("BEGIN IMMEDIATE", &error)) != SQLITE_OK) {
+                reportFailure("cannot begin a transaction on", error, rc & 0xff);
+            } else if ((rc = exec("SAVEPOINT bvgeo_durable", &error)) != SQLITE_OK) {
+                reportFailure("cannot begin a transaction on", error, rc & 0xff);
+                if (own && inTransaction()) exec("ROLLBACK");
+            } else {
+                ok = true;
+                for (const auto& statement : statements)
+                    if (!(ok = run(statement.sql, statement.args, nullptr))) break;
+                if (ok) {
+                    trimRows(false);
+                    if ((rc = exec("COMMIT", &error)) != SQLITE_OK) {
+                        reportFailure("cannot commit on", error, rc & 0xff);
+                        ok = false;
+                    }
+                }
+                if (ok) {
+                    committed();
+                } else if (inTransaction()) {
+                    // Only the unit's statements go; what the groups wrote before it stays
+                    // for their commit. Should the savepoint be gone with a failed commit,
+                    // the disk failed under the whole transaction and it all goes.
+                    if (exec("ROLLBACK TO bvgeo_durable") == SQLITE_OK)
+                        exec("RELEASE bvgeo_durable");
+                    else
+                        exec("ROLLBACK");
+                    if (own && inTransaction()) exec("ROLLBACK");
+                }
+            }
+            groupTransaction_ = inTransaction();
+            if (!groupTransaction_) groupWrites_ = 0;
         }
     } catch (...) {
         ok = false;
     }
-    if (!ok) undoDurable();
-    durableOpen_ = false;
     recoverIfDamaged();
     return ok;
-}
-
-void DatabaseConnection::abandonDurable() {
-    std::lock_guard lock(mutex_);
-    if (!durableOpen_) return;
-    try {
-        undoDurable();
-    } catch (...) {
-    }
-    durableOpen_ = false;
-    recoverIfDamaged();
-}
-
-void DatabaseConnection::undoDurable() {
-    if (db_ && generation_ == durableGeneration_ && inTransaction()) {
-        // Fails harmlessly when SQLite has already rolled the transaction back.
-        if (exec("ROLLBACK TO bvgeo_durable") == SQLITE_OK) exec("RELEASE bvgeo_durable");
-        if (durableOwnTransaction_ && inTransaction() && exec("COMMIT") != SQLITE_OK && inTransaction())
-            exec("ROLLBACK");
-    }
-    if (durableOwnTransaction_) durableOwnTransaction_ = false;
 }
 
 void DatabaseConnection::joinWriteGroup(bool write) {
@@ -259,7 +262,7 @@ void DatabaseConnection::commitWriteGroup() {
 bool DatabaseConnection::inTransaction() const { return db_ && !sqlite3_get_autocommit(db_); }
 
 bool DatabaseConnection::executeQuery(const std::string& sql, const SqlValues& args, const RowHandler& row) {
-    std::lock_guard lock(mutex_);
+    Locked locked(*this);
     bool ok = false;
     try {
         // Inside a group a read joins the group's transaction instead of taking and
@@ -273,24 +276,36 @@ bool DatabaseConnection::executeQuery(const std::string& sql, const SqlValues& a
     return ok;
 }
 
+PendingCommit::PendingCommit()
+    : connection_(DatabaseConnection::forPath(BV1Database().path())), holder_(std::this_thread::get_id()) {
+    connection_->holdCommit(holder_);
+}
+
+PendingCommit::PendingCommit(PendingCommit&& other) noexcept
+    : connection_(std::move(other.connection_)), holder_(other.holder_) {}
+
+PendingCommit::~PendingCommit() {
+    if (connection_) connection_->releaseHeldCommit(holder_);
+}
+
 WriteGroup::WriteGroup() : connection_(DatabaseConnection::forPath(BV1Database().path())) {
     connection_->beginWriteGroup();
 }
 
+WriteGroup::WriteGroup(PendingCommit&& handedOn) : connection_(std::move(handedOn.connection_)) {
+    if (connection_)
+        connection_->adoptHeldCommit(handedOn.holder_);
+    else
+        (connection_ = DatabaseConnection::forPath(BV1Database().path()))->beginWriteGroup();
+}
+
 WriteGroup::~WriteGroup() { connection_->endWriteGroup(); }
 
-DurableWrite::DurableWrite() : connection_(DatabaseConnection::forPath(BV1Database().path())) {
-    connection_->beginDurable();
-}
-
-DurableWrite::~DurableWrite() {
-    if (open_) connection_->abandonDurable();
-}
-
 bool DurableWrite::commit() {
-    if (!open_) return false;
-    open_ = false;
-    return connection_->commitDurable();
+    if (committed_) return false;
+    committed_ = true;
+    BV1Database database;
+    return DatabaseConnection::forPath(database.path())->executeDurable(statements_);
 }
 
 } // namespace bvgeo

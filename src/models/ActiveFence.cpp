@@ -4,10 +4,18 @@
 
 namespace bvgeo {
 
+SqlStatement ActiveFence::saveStatement(const ActiveFence& fence) {
+    return {"INSERT OR REPLACE INTO activeFences (fence_id, activated_at, last_trigger_at) VALUES (?, ?, ?)",
+            {fence.fenceId, fence.activatedAt, fence.lastTriggerAt}};
+}
+
+SqlStatement ActiveFence::removeStatement(const std::string& fenceId) {
+    return {"DELETE FROM activeFences WHERE fence_id = ?", {fenceId}};
+}
+
 bool ActiveFence::save(const ActiveFence& fence) {
-    return BV1Database::executeUpdate(
-        "INSERT OR REPLACE INTO activeFences (fence_id, activated_at, last_trigger_at) VALUES (?, ?, ?)",
-        {fence.fenceId, fence.activatedAt, fence.lastTriggerAt});
+    const auto statement = saveStatement(fence);
+    return BV1Database::executeUpdate(statement.sql, statement.args);
 }
 
 std::vector<std::shared_ptr<ActiveFence>> ActiveFence::getActiveFences() {
@@ -26,7 +34,8 @@ std::vector<std::shared_ptr<ActiveFence>> ActiveFence::getActiveFences() {
 }
 
 bool ActiveFence::remove(const std::string& fenceId) {
-    return BV1Database::executeUpdate("DELETE FROM activeFences WHERE fence_id = ?", {fenceId});
+    const auto statement = removeStatement(fenceId);
+    return BV1Database::executeUpdate(statement.sql, statement.args);
 }
 
 bool ActiveFence::removeAll() { return BV1Database::executeStatements("DELETE FROM activeFences"); }

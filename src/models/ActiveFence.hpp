@@ -4,6 +4,8 @@
 // the caller's thread.
 #pragma once
 
+#include "datastore/SqlValue.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,6 +31,9 @@ public:
     static std::vector<std::shared_ptr<ActiveFence>> getActiveFences();
     static bool remove(const std::string& fenceId);
     static bool removeAll();
+    // The statements save() and remove() run, for a durable unit that holds them.
+    static SqlStatement saveStatement(const ActiveFence& fence);
+    static SqlStatement removeStatement(const std::string& fenceId);
 };
 
 } // namespace bvgeo

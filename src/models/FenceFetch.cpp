@@ -46,6 +46,8 @@ void FenceFetch::setZoneLastModified(const std::string& text) { writeString(kZon
 std::string FenceFetch::deviceId() { return readString(kDeviceIdKey); }
 void FenceFetch::setDeviceId(const std::string& id) { writeString(kDeviceIdKey, id); }
 
+void FenceFetch::synchronize() { unsynchronized.store(!platform().settings->synchronize()); }
+
 void FenceFetch::reset() {
     auto& settings = *platform().settings;
     settings.remove(kLastCacheTimeKey);

@@ -30,6 +30,8 @@ public:
 
     // Removes the four keys, then flushes the store.
     static void reset();
+    // Flushes the store, for a value set in it directly.
+    static void synchronize();
 };
 
 } // namespace bvgeo

@@ -15,12 +15,16 @@ nlohmann::ordered_json BVTrigger::toParameters() const {
     return parameters;
 }
 
+SqlStatement Trigger::saveStatement(const BVTrigger& trigger) {
+    return {"INSERT OR REPLACE INTO trigger (device_id , event , timestamp, fence_id, fence_name, location_event) "
+            "VALUES (?, ?, ?, ?, ?, ?)",
+            {trigger.deviceId, std::string(rawValue(trigger.event)), trigger.timestamp, trigger.fenceId,
+             trigger.fenceName, std::string(rawValue(trigger.locationEvent))}};
+}
+
 bool Trigger::save(const BVTrigger& trigger) {
-    return BV1Database::executeUpdate(
-        "INSERT OR REPLACE INTO trigger (device_id , event , timestamp, fence_id, fence_name, location_event) "
-        "VALUES (?, ?, ?, ?, ?, ?)",
-        {trigger.deviceId, std::string(rawValue(trigger.event)), trigger.timestamp, trigger.fenceId,
-         trigger.fenceName, std::string(rawValue(trigger.locationEvent))});
+    const auto statement = saveStatement(trigger);
+    return BV1Database::executeUpdate(statement.sql, statement.args);
 }
 
 std::vector<std::shared_ptr<BVTrigger>> Trigger::list() {

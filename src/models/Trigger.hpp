@@ -2,6 +2,8 @@
 // on the caller's thread (the trigger engine's queue, or the host for list()).
 #pragma once
 
+#include "datastore/SqlValue.hpp"
+
 #include <bvgeo/BVTrigger.hpp>
 
 #include <memory>
@@ -15,6 +17,8 @@ public:
 
     // Adds a row; the same trigger saved twice is two rows.
     static bool save(const BVTrigger& trigger);
+    // The statement save() runs, for a durable unit that holds it among others.
+    static SqlStatement saveStatement(const BVTrigger& trigger);
     // Every stored trigger, oldest first. Rows whose event text is not one of ours are skipped.
     static std::vector<std::shared_ptr<BVTrigger>> list();
     static bool removeAll();

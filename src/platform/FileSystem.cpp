@@ -15,6 +15,12 @@ std::string appendPathComponent(const std::string& directory, const std::string&
 
 std::optional<std::string> moveFileAside(FileSystem& files, const std::string& path, const std::string& stamp,
                                          const std::vector<std::string>& companions, std::string* error) {
+    return moveFileAside(files, path, "corrupt", stamp, companions, error);
+}
+
+std::optional<std::string> moveFileAside(FileSystem& files, const std::string& path, const std::string& kind,
+                                         const std::string& stamp, const std::vector<std::string>& companions,
+                                         std::string* error) {
     const auto slash = path.find_last_of('/');
     const auto nameStart = slash == std::string::npos ? 0 : slash + 1;
     auto dot = path.find_last_of('.');
@@ -24,7 +30,7 @@ std::optional<std::string> moveFileAside(FileSystem& files, const std::string& p
     std::string target;
     FileResult moved = FileResult::failure("no free name");
     for (int attempt = 1; attempt <= 100 && !moved; ++attempt) {
-        target = stem + ".corrupt-" + stamp + (attempt > 1 ? "-" + std::to_string(attempt) : "") + extension;
+        target = stem + "." + kind + "-" + stamp + (attempt > 1 ? "-" + std::to_string(attempt) : "") + extension;
         if (files.fileExists(target)) continue;
         moved = files.moveItem(path, target);
         if (!moved && files.fileExists(path) && !files.fileExists(target)) break; // not a name clash

@@ -11,20 +11,20 @@
 // one written by a newer version, is moved aside with a console line and a fresh
 // one started.
 //
-// One connection, opened on first use; a mutex held for each call serialises it,
-// so any thread may call (the trigger engine adds, the transport thread removes).
+// The file is one kind of the storage engine's (DatabaseConnection): opened,
+// checked, moved aside and named as the database is, with every commit synced. Any
+// thread may call (the trigger engine adds, the transport thread removes); no lock
+// is held while the outbox logs or calls the console.
 #pragma once
 
+#include "datastore/DatabaseFile.hpp"
 #include "request/URLRequest.hpp"
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-struct sqlite3;
 
 namespace bvgeo {
 
@@ -48,6 +48,9 @@ public:
     // Documents directory + kFileName.
     static std::string path();
 
+    // What kind of file it is for the storage engine.
+    static const DatabaseFile& outboxFile();
+
     // Stores the report durably (the commit is synced), then applies the bounds.
     // False when it could not be stored; the report is then only in memory.
     bool add(const OutboxReport& report);
@@ -66,15 +69,7 @@ public:
 private:
     Outbox() = default;
 
-    // With mutex_ held.
-    bool ensureOpen();
-    bool openFile(const std::string& file, std::string& problem);
-    void moveAside(const std::string& file, std::string_view kind, const std::string& problem);
     void applyBounds();
-    void closeLocked();
-
-    std::mutex mutex_;
-    sqlite3* db_ = nullptr;
 };
 
 } // namespace bvgeo

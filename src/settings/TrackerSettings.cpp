@@ -83,9 +83,17 @@ void TrackerSettings::setDelegate(TriggerDelegate delegate) {
 }
 
 std::string TrackerSettings::deviceId() {
-    std::lock_guard lock(deviceIdMutex_);
-    if (FenceFetch::deviceId().empty()) FenceFetch::setDeviceId(platform().uuids->newUuid());
-    return FenceFetch::deviceId();
+    std::string id;
+    {
+        std::lock_guard lock(deviceIdMutex_);
+        id = FenceFetch::deviceId();
+        if (!id.empty()) return id;
+        id = platform().uuids->newUuid();
+        platform().settings->setString(FenceFetch::kDeviceIdKey, id);
+    }
+    // The file is written with the lock let go: its store may warn a host's console.
+    FenceFetch::synchronize();
+    return id;
 }
 
 } // namespace bvgeo

@@ -72,7 +72,7 @@ private:
     TriggerMode triggerMode_ = TriggerMode::BOTH;
     std::shared_ptr<const TriggerDelegate> delegate_;
 
-    std::mutex deviceIdMutex_; // spans the read and the store of a new identifier
+    std::mutex deviceIdMutex_; // spans the read and the setting of a new identifier, not the file write
 };
 
 } // namespace bvgeo

@@ -67,9 +67,16 @@ std::optional<std::int64_t> parseRmcDate(std::string_view text) {
 std::optional<std::int64_t> parseZdaDate(std::string_view day, std::string_view month, std::string_view year) {
     const auto d = parseDecimal(day), m = parseDecimal(month), y = parseDecimal(year);
     if (!d || !m || !y || year.size() != 4) return std::nullopt;
-    const int di = static_cast<int>(*d), mi = static_cast<int>(*m), yi = static_cast<int>(*y);
-    if (di != *d || mi != *m || yi != *y || !isValidDate(yi, mi, di)) return std::nullopt;
-    return daysFromCivil(yi, mi, di);
+    // Whole numbers in a calendar's range only: a field of many digits must not
+    // reach the conversion to int, which it would overflow.
+    auto whole = [](double value, int highest) -> std::optional<int> {
+        if (!(value >= 0 && value <= highest) || value != static_cast<double>(static_cast<int>(value)))
+            return std::nullopt;
+        return static_cast<int>(value);
+    };
+    const auto di = whole(*d, 31), mi = whole(*m, 12), yi = whole(*y, 9999);
+    if (!di || !mi || !yi || !isValidDate(*yi, *mi, *di)) return std::nullopt;
+    return daysFromCivil(*yi, *mi, *di);
 }
 
 // A time field: absent when empty, invalid when present but unreadable.

@@ -39,6 +39,7 @@ struct BVGeoTracker::Impl {
 
     std::atomic<bool> isConfigured{false};
     bool placeholdersReported = false; // said once per process
+    std::atomic<bool> announced{false}; // the init line is on the console
 };
 
 namespace {
@@ -69,13 +70,15 @@ void reportPlaceholderURLs(BVEnvironment environment) {
 
 BVGeoTracker& BVGeoTracker::sharedInstance() {
     static SharedInstance<BVGeoTracker> slot;
-    return slot.get([] { return std::unique_ptr<BVGeoTracker>(new BVGeoTracker()); });
+    auto& tracker = slot.get([] { return std::unique_ptr<BVGeoTracker>(new BVGeoTracker()); });
+    // Said once the slot's lock is let go: a host's console may ask for the tracker.
+    if (!tracker.impl_->announced.exchange(true)) platform().console->log("SDK LOG: BVGeoTracker.init()");
+    return tracker;
 }
 
 BVGeoTracker::BVGeoTracker() : impl_(std::make_unique<Impl>()) {
     for (int raw = 0; raw < 4; ++raw) impl_->urls[raw] = defaultEnvironmentURLs(static_cast<BVEnvironment>(raw));
     Logger::setDebugMode(true);
-    platform().console->log("SDK LOG: BVGeoTracker.init()");
 }
 
 BVGeoTracker::~BVGeoTracker() = default;

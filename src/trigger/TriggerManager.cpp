@@ -38,15 +38,16 @@ void TriggerManager::processInsideFences(FenceList fences, TriggerLocationEventT
                                          std::optional<FilteredFix> fix) {
     auto& engine = sharedInstance();
     jobsQueuedSoFar.fetch_add(1);
-    // The update that asked keeps its rows uncommitted until the job has decided, so
-    // a position and its decisions reach the disk in one commit, not two (triggers
-    // still commit at once, and take the update's rows with them).
-    auto update = std::make_shared<WriteGroup>();
+    // The update that asked hands its commit on to the job, so a position and its
+    // decisions reach the disk in one commit, not two (triggers still commit at once,
+    // and take the update's rows with them). No group stays open across the hop:
+    // any other write meanwhile commits the update's rows first.
+    auto update = std::make_shared<PendingCommit>();
     engine.serialQueue_->async(
         [&engine, update = std::move(update), fences = std::move(fences), type, success = std::move(success),
          fix = std::move(fix)]() mutable {
+            WriteGroup handedOn(std::move(*update));
             engine.runJob(fences, type, success, fix ? &*fix : nullptr);
-            update.reset();
         });
 }
 
@@ -72,8 +73,7 @@ void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType ty
     const auto steps =
         robust ? robust->steps : planTriggers(insideIds, stays, now, config.lingerTime, config.maxLingerTime);
     if (!steps.empty()) {
-        DurableWrite durable;
-        job_ = JobTriggers{{}, {}, true};
+        job_ = JobTriggers{{}, {}, {}, true};
         for (const auto& step : steps) {
             bool stored = true;
             switch (step.type) {
@@ -101,7 +101,9 @@ void TriggerManager::runJob(const FenceList& fences, TriggerLocationEventType ty
         }
         JobTriggers job = std::move(*job_);
         job_.reset();
-        if (job.stored && durable.commit()) {
+        // The trigger rows and stay changes, and nothing of any other thread's, in one
+        // commit made now.
+        if (job.stored && job.writes.commit()) {
             unstoredReported_ = false;
             for (std::size_t i = 0; i < job.triggers.size(); ++i) announceTrigger(job.triggers[i], job.reports[i]);
         } else {
@@ -145,6 +147,10 @@ ActiveFenceList TriggerManager::getActiveFences() {
 bool TriggerManager::addFenceToActiveFences(const std::shared_ptr<ActiveFence>& fence) {
     if (!mActiveFences) getActiveFences();
     mActiveFences->push_back(fence);
+    if (job_) {
+        job_->writes.add(ActiveFence::saveStatement(*fence));
+        return true;
+    }
     return ActiveFence::save(*fence);
 }
 
@@ -154,6 +160,10 @@ bool TriggerManager::updateFenceAtActiveFences(const ActiveFence& fence) {
                            [&](const auto& active) { return active->fenceId == fence.fenceId; });
     if (it == mActiveFences->end()) return false;
     (*it)->lastTriggerAt = platform().clock->now();
+    if (job_) {
+        job_->writes.add(ActiveFence::saveStatement(**it));
+        return true;
+    }
     return ActiveFence::save(**it);
 }
 
@@ -161,6 +171,10 @@ bool TriggerManager::removeFenceFromActive(const std::shared_ptr<ActiveFence>& f
     if (!mActiveFences) getActiveFences();
     auto it = std::find(mActiveFences->begin(), mActiveFences->end(), fence);
     if (it != mActiveFences->end()) mActiveFences->erase(it);
+    if (job_) {
+        job_->writes.add(ActiveFence::removeStatement(fence->fenceId));
+        return true;
+    }
     return ActiveFence::remove(fence->fenceId);
 }
 
@@ -174,24 +188,27 @@ void TriggerManager::sendTrigger(const std::string& fenceId, const std::string& 
                                  TriggerLocationEventType locationEvent) {
     auto& engine = sharedInstance();
     auto& settings = TrackerSettings::sharedInstance();
-    // Called on its own (not from a job), the trigger is a durable unit by itself.
-    std::optional<DurableWrite> own;
-    if (!engine.job_) own.emplace();
     auto trigger = std::make_shared<BVTrigger>(settings.deviceId(), type, platform().clock->now(), fenceId,
                                                fenceName, locationEvent);
-    const bool saved = Trigger::save(*trigger);
+    // Called on its own (not from a job), the trigger is a durable unit by itself.
+    DurableWrite own;
+    (engine.job_ ? engine.job_->writes : own).add(Trigger::saveStatement(*trigger));
     Logger::log("New Trigger: " + std::string(rawValue(type)) + " - fenceName: " + fenceName + " fenceId: " + fenceId,
                 LogCategory::TRIGGER, "sendTrigger(_:fenceName:type:triggerLocationEventType:)", 131);
     if (engine.job_) {
         engine.job_->triggers.push_back(trigger);
         std::optional<URLRequest> report;
-        if (settings.triggerMode() != TriggerMode::LOCAL_ONLY && settings.extendedOptions().durableDelivery)
-            report = buildRemoteTrigger(*trigger);
+        if (settings.triggerMode() != TriggerMode::LOCAL_ONLY && settings.extendedOptions().durableDelivery) {
+            bool kept = false;
+            report = buildRemoteTrigger(*trigger, &kept);
+            // A report that is not in the outbox could be lost with the process: its
+            // trigger is not kept either, and the next position decides again.
+            if (report && !kept) engine.job_->stored = false;
+        }
         engine.job_->reports.push_back(std::move(report));
-        if (!saved) engine.job_->stored = false;
         return;
     }
-    if (own->commit() && saved) announceTrigger(trigger);
+    if (own.commit()) announceTrigger(trigger);
 }
 
 void TriggerManager::announceTrigger(const std::shared_ptr<BVTrigger>& trigger, std::optional<URLRequest> report) {
@@ -214,7 +231,7 @@ void TriggerManager::sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger
     if (auto report = buildRemoteTrigger(*trigger)) RequestQueue::sharedInstance().addRequestToQueue(*report);
 }
 
-std::optional<URLRequest> TriggerManager::buildRemoteTrigger(const BVTrigger& trigger) {
+std::optional<URLRequest> TriggerManager::buildRemoteTrigger(const BVTrigger& trigger, bool* keptInOutbox) {
     std::string url = TrackerSettings::sharedInstance().apiUrl() + "trigger?sdk_ver=" + std::string(SDK_VERSION);
     if (!isValidHTTPURL(url)) {
         Logger::log("Trigger not sent: invalid URL: " + url, LogCategory::REQUESTS, "sendRemoteTrigger(_:)", 171);
@@ -230,8 +247,9 @@ std::optional<URLRequest> TriggerManager::buildRemoteTrigger(const BVTrigger& tr
         // Leftovers of an earlier process go first, then this report is made durable
         // before anything can send it.
         RequestQueue::sharedInstance().restoreOutbox();
-        Outbox::sharedInstance().add(
+        const bool kept = Outbox::sharedInstance().add(
             {key, request, trigger.fenceId, std::string(rawValue(trigger.event)), trigger.timestamp});
+        if (keptInOutbox) *keptInOutbox = kept;
     }
     return request;
 }

@@ -7,12 +7,15 @@
 // mActiveFences is touched only there. processInsideFences may be called from any
 // thread and only queues.
 //
-// Durable before announced: a job's trigger rows and stay changes are committed
-// together before any of its triggers goes to the delegate or the request queue.
-// When they cannot be stored, none is announced and the stays are read back from
+// Durable before announced: a job's trigger rows and stay changes are one durable
+// unit, committed before any of its triggers goes to the delegate or the request
+// queue; with durable delivery their reports are in the outbox before that. When
+// any of it cannot be stored, none is announced and the stays are read back from
 // the table, so the next position decides again (and announces once storage works).
+// No lock of the library is held while a job calls out (the console, the outbox).
 #pragma once
 
+#include "datastore/DatabaseConnection.hpp"
 #include "fence/FenceIndex.hpp"
 #include "models/ActiveFence.hpp"
 #include "request/URLRequest.hpp"
@@ -68,8 +71,9 @@ public:
                                 std::optional<URLRequest> report = std::nullopt);
     static void sendRemoteTrigger(const std::shared_ptr<BVTrigger>& trigger);
     // The trigger's report with its idempotency key, written to the outbox when
-    // durable delivery is on; nothing (and a log line) when the API URL is unusable.
-    static std::optional<URLRequest> buildRemoteTrigger(const BVTrigger& trigger);
+    // durable delivery is on (`keptInOutbox` tells whether that worked); nothing
+    // (and a log line) when the API URL is unusable.
+    static std::optional<URLRequest> buildRemoteTrigger(const BVTrigger& trigger, bool* keptInOutbox = nullptr);
 
     TriggerManager(const TriggerManager&) = delete;
     TriggerManager& operator=(const TriggerManager&) = delete;
@@ -88,7 +92,8 @@ private:
     struct JobTriggers {
         std::vector<std::shared_ptr<BVTrigger>> triggers;
         std::vector<std::optional<URLRequest>> reports; // parallel to triggers
-        bool stored; // every row of the job written so far
+        DurableWrite writes; // the trigger rows and stay changes, in order
+        bool stored;         // every report the job needed is in the outbox
     };
 
     std::shared_ptr<DispatchQueue> serialQueue_;

@@ -11,6 +11,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <thread>
 
 namespace bvgeo::testing {
 namespace {
@@ -175,6 +177,40 @@ TEST_F(BV1DatabaseTest, WriteGroupsCommitWhenTheLastClosesAndKeepBatchesAtomic) 
     }
     EXPECT_THAT(sqliteRows(sim().documentsDirectory() + "/archive.sqlite", countRows), ElementsAre("4"));
     EXPECT_THAT(sqliteRows(path, "SELECT message FROM log"), ElementsAre("after the move"));
+}
+
+TEST_F(BV1DatabaseTest, AHandedOnCommitWaitsForItsAdopterButHoldsNobodyElseUp) {
+    const auto path = BV1Database().path();
+    auto committed = [&] { return sqliteScalar(path, "SELECT count(*) FROM log"); };
+    std::optional<PendingCommit> handed;
+    {
+        WriteGroup update;
+        ASSERT_TRUE(Log::save(logRow("update")));
+        handed.emplace();
+    }
+    EXPECT_EQ(committed(), "0") << "the update's rows wait for the job it handed its commit to";
+    {
+        WriteGroup job(std::move(*handed));
+        ASSERT_TRUE(Log::save(logRow("job")));
+    }
+    EXPECT_EQ(committed(), "2") << "and go in the job's commit";
+
+    // Nobody else waits for an adopter: another thread's group commits when it
+    // closes, and a write outside any group commits what waits before it runs.
+    for (const bool inGroup : {true, false}) {
+        {
+            WriteGroup update;
+            ASSERT_TRUE(Log::save(logRow("update")));
+            handed.emplace();
+        }
+        std::thread([inGroup] {
+            std::optional<WriteGroup> group;
+            if (inGroup) group.emplace();
+            EXPECT_TRUE(Log::save(logRow("another thread")));
+        }).join();
+        EXPECT_EQ(committed(), inGroup ? "4" : "6");
+        handed.reset();
+    }
 }
 
 } // namespace

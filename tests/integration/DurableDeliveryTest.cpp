@@ -1,10 +1,12 @@
 // Trigger reports that outlive the process: the idempotency key every report
 // carries, and the outbox that durable delivery keeps beside the database.
+#include "support/FaultyVfs.hpp"
 #include "support/SqliteFile.hpp"
 #include "support/TempDir.hpp"
 #include "support/WholeRoad.hpp"
 
 #include "datastore/BV1Database.hpp"
+#include "models/Trigger.hpp"
 #include "request/Outbox.hpp"
 
 #include <filesystem>
@@ -132,6 +134,52 @@ TEST_F(DurableDeliveryTest, ADamagedOrNewerOutboxIsMovedAsideAndTrackingGoesOn) 
     EXPECT_EQ(Outbox::sharedInstance().count(), 0u);
     EXPECT_EQ(filesIn(dir, "BVGOutbox.newer-", ".sqlite").size(), 1u);
     EXPECT_EQ(filesIn(dir, "BVGOutbox.corrupt-", ".sqlite").size(), 1u);
+}
+
+TEST_F(DurableDeliveryTest, AnOutboxThatCannotBeWrittenOrSyncedHoldsItsTriggersBackUntilItCan) {
+    // A report the outbox cannot keep could be lost with the process, so its trigger
+    // is neither stored nor announced; once the outbox works the next position
+    // announces it, and each report reaches the server once.
+    extended.durableDelivery = true;
+    FaultyVfs disk;
+    disk.onlyFilesNamed("BVGOutbox");
+    const std::vector<std::pair<std::string, std::function<void()>>> faults = {
+        {"disk full", [&] { disk.failWritesAfter(0, SQLITE_FULL); }},
+        {"fsync failing", [&] { disk.failSyncs(); }},
+    };
+    double t = kT0;
+    for (const auto& [name, fail] : faults) {
+        SCOPED_TRACE(name);
+        startOver(kHallAndParkZone);
+        startHost();
+        const auto postedBefore = postedKeys().size();
+        deliver(kFarLat, kFarLon, t += 100);
+        ASSERT_EQ(Outbox::sharedInstance().count(), 0u); // opened sound
+        sim().console->clear();
+
+        const int failedBefore = disk.failedWrites();
+        fail();
+        deliver(kLat, kLon, t += 10);
+        advance(1.0);
+        EXPECT_GT(disk.failedWrites(), failedBefore);
+        EXPECT_TRUE(delegate->received.empty());
+        EXPECT_TRUE(Trigger::list().empty());
+        EXPECT_EQ(postedKeys().size(), postedBefore);
+        bool told = false;
+        for (const auto& line : sim().console->logLines())
+            told = told || line.find("TriggerManager: 2 trigger(s) could not be stored") != std::string::npos;
+        EXPECT_TRUE(told);
+
+        disk.heal();
+        deliver(kLat + kStep, kLon, t += 10);
+        EXPECT_THAT(delegate->summary(), ::testing::ElementsAre("enter f1 Hall", "enter f2 Park"));
+        advance(1.0);
+        const auto keys = postedKeys();
+        const std::set<std::string> sent(keys.begin() + static_cast<std::ptrdiff_t>(postedBefore), keys.end());
+        EXPECT_EQ(keys.size() - postedBefore, 2u);
+        EXPECT_EQ(sent.size(), 2u);
+        EXPECT_EQ(Outbox::sharedInstance().count(), 0u);
+    }
 }
 
 TEST_F(DurableDeliveryTest, ResetArchivesTheDatabaseButReportsStillOwedAreDelivered) {

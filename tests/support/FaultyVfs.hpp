@@ -1,8 +1,10 @@
 // FaultyVfs: I/O faults for SQLite the way SQLite tests itself. While one exists it is
 // the default VFS: it forwards every call to the real default VFS, and on request
 // makes writes fail (every write after the first `okWrites` returns `code`, e.g.
-// SQLITE_FULL) until heal(). The library's connections are closed when it is made
-// and when it goes, so they reopen through the VFS in charge. One at a time.
+// SQLITE_FULL) or syncs fail (fsync), until heal(); onlyFilesNamed() limits the
+// faults to files whose name holds a text (the outbox, say). The library's
+// connections are closed when it is made and when it goes, so they reopen through
+// the VFS in charge. One at a time.
 #pragma once
 
 #include "datastore/BV1Database.hpp"
@@ -11,6 +13,8 @@
 
 #include <atomic>
 #include <cstring>
+#include <mutex>
+#include <string>
 
 namespace bvgeo::testing {
 
@@ -40,7 +44,19 @@ public:
         code_ = code;
         armed_ = true;
     }
-    void heal() { armed_ = false; }
+    void failSyncs(int code = SQLITE_IOERR_FSYNC) {
+        code_ = code;
+        syncsArmed_ = true;
+    }
+    // Files opened from now on whose name holds `text` (all when empty) take the faults.
+    void onlyFilesNamed(std::string text) {
+        std::lock_guard lock(mutex_);
+        only_ = std::move(text);
+    }
+    void heal() {
+        armed_ = false;
+        syncsArmed_ = false;
+    }
     int failedWrites() const { return failed_; }
 
 private:
@@ -48,6 +64,8 @@ private:
         sqlite3_file base;
         sqlite3_file* real;
         FaultyVfs* owner;
+        bool targeted;
+        char padding[7];
     };
     static_assert(sizeof(File) % 8 == 0, "the real file follows, 8-byte aligned");
 
@@ -61,6 +79,10 @@ private:
         auto* f = reinterpret_cast<File*>(file);
         f->real = reinterpret_cast<sqlite3_file*>(f + 1);
         f->owner = static_cast<FaultyVfs*>(vfs->pAppData);
+        {
+            std::lock_guard lock(f->owner->mutex_);
+            f->targeted = f->owner->only_.empty() || (name && std::strstr(name, f->owner->only_.c_str()));
+        }
         const int rc = real()->xOpen(real(), name, f->real, flags, outFlags);
         f->base.pMethods = f->real->pMethods ? &methods() : nullptr;
         return rc;
@@ -76,7 +98,7 @@ private:
             };
             io.xWrite = [](sqlite3_file* f, const void* data, int amount, sqlite3_int64 offset) {
                 auto* owner = reinterpret_cast<File*>(f)->owner;
-                if (owner->armed_ && ++owner->writes_ > owner->okWrites_) {
+                if (reinterpret_cast<File*>(f)->targeted && owner->armed_ && ++owner->writes_ > owner->okWrites_) {
                     ++owner->failed_;
                     return owner->code_.load();
                 }
@@ -85,7 +107,14 @@ private:
             io.xTruncate = [](sqlite3_file* f, sqlite3_int64 size) {
                 return inner(f)->pMethods->xTruncate(inner(f), size);
             };
-            io.xSync = [](sqlite3_file* f, int flags) { return inner(f)->pMethods->xSync(inner(f), flags); };
+            io.xSync = [](sqlite3_file* f, int flags) {
+                auto* owner = reinterpret_cast<File*>(f)->owner;
+                if (reinterpret_cast<File*>(f)->targeted && owner->syncsArmed_) {
+                    ++owner->failed_;
+                    return owner->code_.load();
+                }
+                return inner(f)->pMethods->xSync(inner(f), flags);
+            };
             io.xFileSize = [](sqlite3_file* f, sqlite3_int64* size) {
                 return inner(f)->pMethods->xFileSize(inner(f), size);
             };
@@ -123,7 +152,9 @@ private:
     }
 
     sqlite3_vfs vfs_{};
-    std::atomic<bool> armed_{false};
+    std::mutex mutex_;
+    std::string only_;
+    std::atomic<bool> armed_{false}, syncsArmed_{false};
     std::atomic<int> writes_{0}, okWrites_{0}, code_{SQLITE_FULL}, failed_{0};
 };
 

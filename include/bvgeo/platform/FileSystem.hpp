@@ -59,5 +59,11 @@ BVGEO_API std::optional<std::string> moveFileAside(FileSystem& files, const std:
                                                    const std::string& stamp,
                                                    const std::vector<std::string>& companions = {},
                                                    std::string* error = nullptr);
+// The same with another word than "corrupt" in the new name ("<stem>.<kind>-<stamp>"),
+// for a file set aside for another reason (written by a newer version, say).
+BVGEO_API std::optional<std::string> moveFileAside(FileSystem& files, const std::string& path,
+                                                   const std::string& kind, const std::string& stamp,
+                                                   const std::vector<std::string>& companions,
+                                                   std::string* error);
 
 } // namespace bvgeo

@@ -86,7 +86,17 @@ void FileSettingsStore::remove(std::string_view key) {
 }
 
 bool FileSettingsStore::synchronize() {
-    std::lock_guard writing(writeMutex_);
+    std::string warning; // told after the lock is let go: the console may be a host's
+    bool ok = false;
+    {
+        std::lock_guard writing(writeMutex_);
+        ok = write(warning);
+    }
+    if (!warning.empty()) console_->warn(warning);
+    return ok;
+}
+
+bool FileSettingsStore::write(std::string& warning) {
     std::string text;
     {
         std::lock_guard lock(mutex_);
@@ -101,7 +111,7 @@ bool FileSettingsStore::synchronize() {
     } else if (written.error != reportedWriteError_) {
         // Once per kind of failure: a full disk would otherwise warn at every position.
         reportedWriteError_ = written.error;
-        console_->warn("Settings file not written: " + written.error);
+        warning = "Settings file not written: " + written.error;
     }
     return written.ok;
 }

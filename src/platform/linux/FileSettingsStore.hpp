@@ -33,6 +33,9 @@ public:
     const std::string& path() const { return path_; }
 
 private:
+    // With writeMutex_ held; `warning` receives a line to tell once it is let go.
+    bool write(std::string& warning);
+
     const std::string path_;
     std::shared_ptr<FileSystem> files_;
     std::shared_ptr<Console> console_;
