@@ -254,8 +254,9 @@ std::vector<std::shared_ptr<Fence>> Fence::getFences(bool onlyCurrentZone, bool 
         seen = memo.byId;
     }
     std::unordered_map<std::string, std::pair<std::int64_t, std::shared_ptr<const FenceGeometry>>> now;
-    for (const auto& [at, digest] : wanted) {
-        Fence& fence = *fences[at];
+    for (const auto& entry : wanted) {
+        const std::int64_t digest = entry.second; // a plain name: lambdas below capture it
+        Fence& fence = *fences[entry.first];
         if (auto it = seen.find(fence.id); it != seen.end() && it->second.first == digest) {
             fence.geometry = it->second.second;
         } else {
