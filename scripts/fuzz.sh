@@ -4,7 +4,7 @@
 # (tests/fuzz/corpus, left untouched: new inputs go to a scratch directory).
 #
 # Usage: scripts/fuzz.sh [TARGET...]   (default: every target)
-#   FUZZ_SECONDS  time per target (default 15; what CI runs)
+#   FUZZ_SECONDS  time per target (default 10; what CI runs)
 #   FUZZ_RUNS     stop a target after this many executions instead (default: none)
 #   FUZZ_WORK     keep the grown corpora here instead of a temporary directory
 # Prints one line per target: executions and coverage (edges) at the end. A crash,
@@ -44,7 +44,7 @@ for target in "${targets[@]}"; do
   source="$(shared_with "$target")"
   source="${source:-$target}"
   mkdir -p "$work/$target"
-  options=(-max_total_time="${FUZZ_SECONDS:-15}" -timeout=60 -rss_limit_mb=4096 -print_final_stats=1
+  options=(-max_total_time="${FUZZ_SECONDS:-10}" -timeout=60 -rss_limit_mb=4096 -print_final_stats=1
            -artifact_prefix="$artifacts/$target-")
   [ -n "${FUZZ_RUNS:-}" ] && options+=(-runs="$FUZZ_RUNS")
   [ -f "tests/fuzz/dict/$source.dict" ] && options+=(-dict="tests/fuzz/dict/$source.dict")
