@@ -102,6 +102,13 @@ TEST_F(PolygonReplayTest, TheWalkEntersLingersAndLeavesTheZonesItReallyCrossesAn
     offline.zoneCache = 16;
     offline.preload = (root_ / "server-1" / "demo" / "zones").string();
     EXPECT_EQ(replay(true, {}, offline), polygons);
+
+    // Robust triggers read a polygon fence's rim from its nearest edge: the same
+    // stays, the narrow lane's circle still never counts; the walk ends two fixes
+    // after leaving the park, one short of what confirms an exit.
+    ReplayOptions robust;
+    robust.triggerFilter.robustTriggers = true;
+    EXPECT_EQ(replay(true, {}, robust), std::vector<std::string>(polygons.begin(), polygons.end() - 1));
 }
 
 } // namespace
