@@ -164,20 +164,27 @@ bvgeo_status bvgeo_get_environment_urls(bvgeo_tracker* tracker, int environment,
     CAPI_END
 }
 
+namespace {
+
+void fillParameters(bvgeo_parameters& p, const bvgeo::configOptions& config) {
+    p = bvgeo_parameters{};
+    p.version = BVGEO_PARAMETERS_VERSION;
+    p.accuracy = config.locationAccuracy;
+    p.distance_filter = config.locationDistanceFilt;
+    p.cache_expiration = config.cacheExpiration;
+    p.zone_interval = config.zoneInterval;
+    p.linger_time = config.lingerTime;
+    p.max_linger_time = config.maxLingerTime;
+    p.request_retry_interval = config.requestQueueRetryInterval;
+}
+
+} // namespace
+
 void bvgeo_parameters_init(bvgeo_parameters* p) {
     if (!p) return;
     // The starting configuration, so that a host setting one field changes only
     // that one (setParameters' own argument defaults differ: 100 m, 50 m, 120 s).
-    const bvgeo::configOptions start;
-    *p = bvgeo_parameters{};
-    p->version = BVGEO_PARAMETERS_VERSION;
-    p->accuracy = start.locationAccuracy;
-    p->distance_filter = start.locationDistanceFilt;
-    p->cache_expiration = start.cacheExpiration;
-    p->zone_interval = start.zoneInterval;
-    p->linger_time = start.lingerTime;
-    p->max_linger_time = start.maxLingerTime;
-    p->request_retry_interval = start.requestQueueRetryInterval;
+    fillParameters(*p, bvgeo::configOptions{});
 }
 
 bvgeo_status bvgeo_set_parameters(bvgeo_tracker* tracker, const bvgeo_parameters* p) {
@@ -210,16 +217,7 @@ bvgeo_status bvgeo_get_parameters(bvgeo_tracker* tracker, bvgeo_parameters* p) {
     CAPI_BEGIN
     SESSION(tracker);
     CHECK_NOT_NULL(p);
-    const auto config = BVGeoTracker::sharedInstance().config();
-    *p = bvgeo_parameters{};
-    p->version = BVGEO_PARAMETERS_VERSION;
-    p->accuracy = config.locationAccuracy;
-    p->distance_filter = config.locationDistanceFilt;
-    p->cache_expiration = config.cacheExpiration;
-    p->zone_interval = config.zoneInterval;
-    p->linger_time = config.lingerTime;
-    p->max_linger_time = config.maxLingerTime;
-    p->request_retry_interval = config.requestQueueRetryInterval;
+    fillParameters(*p, BVGeoTracker::sharedInstance().config());
     return succeed();
     CAPI_END
 }
