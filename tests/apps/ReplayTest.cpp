@@ -202,6 +202,31 @@ TEST_F(ReplayTest, TheKentRunAgainstADownTriggerApiSendsEachReportOncePerRetryIn
     EXPECT_EQ(summary.requestsSent, 0u);
 }
 
+// The library's side of a damaged file is StorageRecoveryTest's; here, the program's:
+// the line reaches stderr and the replay goes on into the fresh file.
+TEST_F(ReplayTest, DamagedDatabaseIsMovedAsideAndTheReplayGoesOnIntoAFreshOne) {
+    ReplayOptions o = options(writeTrack(homeStay()));
+    o.distanceFilter = -1.0;
+    std::ostringstream first, second;
+    ASSERT_EQ(runReplay(o, first, nullptr), 0);
+    const fs::path device = root_ / "device";
+    {
+        std::fstream file(device / "BVGDatabase.sqlite", std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(4096);
+        file << std::string(4096, '\x5A');
+    }
+    ::testing::internal::CaptureStderr();
+    const int status = runReplay(o, second, nullptr);
+    const std::string stderrText = ::testing::internal::GetCapturedStderr();
+    ASSERT_EQ(status, 0);
+    const auto aside = testing::filesIn(device, "BVGDatabase.corrupt-", ".sqlite");
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_THAT(stderrText, ::testing::HasSubstr("The database file was damaged ("));
+    EXPECT_THAT(stderrText,
+                ::testing::HasSubstr("moved to " + (device / aside[0]).string() + "; a new file was started"));
+    EXPECT_EQ(lines(second.str()).size(), lines(first.str()).size()) << "the second run triggers as the first did";
+}
+
 TEST_F(ReplayTest, RowLimitsKeepTheLogAndHistoryShortAndTheSummaryWhole) {
     ReplayOptions o = options(writeTrack(homeStay()));
     o.distanceFilter = -1.0;
