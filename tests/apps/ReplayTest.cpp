@@ -283,6 +283,11 @@ TEST(ReplayOptionsTest, BadOptionsAreUsageErrorsThatNameTheOption) {
              {{"t.gpx", "--max-accuracy", "0"}, "--max-accuracy"},
              {{"t.gpx", "--confirm-fixes", "0"}, "--confirm-fixes"},
              {{"t.gpx", "--minimum-dwell", "soon"}, "--minimum-dwell"},
+             {{"t.gpx", "--offline", "1399709000,1399708800"}, "ends before it starts"},
+             {{"t.gpx", "--offline", "yesterday,today"}, "neither an ISO 8601 time"},
+             {{"t.gpx", "--offline", "1399709000"}, "expected FROM,TO"},
+             {{"t.gpx", "--preload", "zones"}, "--preload needs --zone-cache"},
+             {{"t.gpx", "--prefetch-distance", "-5", "--zone-cache", "1"}, "--prefetch-distance"},
              {{}, "TRACK"}}) {
         try {
             parseReplayOptions(words);
