@@ -1,6 +1,7 @@
 // The C API as a C host meets it: bad input answered with a code and a log line,
 // calls in the wrong order, and triggers arriving on the main queue in each of its
 // three modes, against a zone/trigger server on loopback.
+#include "support/FaultyServer.hpp"
 #include "support/LoopbackServer.hpp"
 #include "support/TempDir.hpp"
 
@@ -491,7 +492,7 @@ TEST_F(CApiTest, CloseSendsWhatIsOwedAndTellsWhatIsLost) {
     // A trigger API that refuses connections: reports are lost, and close says so,
     // unless durable delivery keeps them.
     for (int durable : {0, 1}) {
-        bvgeo::testing::RefusingPort refusing;
+        bvgeo::testing::FaultyServer refusing(bvgeo::testing::FaultyServer::Mode::Refuse);
         open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
         bvgeo_extended_options extended;
         bvgeo_extended_options_init(&extended);

@@ -1,6 +1,7 @@
 #include "platform/SharedInstance.hpp"
 
 #include "support/LibraryTest.hpp"
+#include "support/FaultyServer.hpp"
 #include "support/LoopbackServer.hpp"
 
 #include "request/HTTPClient.hpp"
@@ -145,7 +146,7 @@ TEST_F(HTTPClientTest, AnyStatusWithAJsonObjectSucceedsAndOtherAnswersFail) {
 }
 
 TEST_F(HTTPClientTest, TransportFailuresGiveAnEmptyResponseAndAConsoleLine) {
-    RefusingPort refusing;
+    FaultyServer refusing(FaultyServer::Mode::Refuse);
     auto refused = get(refusing.url("/"));
     EXPECT_FALSE(refused.succeeded);
     EXPECT_TRUE(refused.response.empty());
