@@ -34,10 +34,6 @@ TEST_F(TriggerTest, TriggersAccumulateAndListInOrder) {
 
     EXPECT_EQ(linger.toParameters().dump(),
               R"({"deviceId":"D1","event":"linger","timestamp":5000000000,"fenceId":"42"})");
-
-    ASSERT_TRUE(Trigger::removeAll());
-    EXPECT_TRUE(Trigger::list().empty());
-    EXPECT_TRUE(Trigger::removeAll());
 }
 
 TEST_F(TriggerTest, RowsWithAnUnknownEventAreSkipped) {
@@ -74,8 +70,6 @@ TEST_F(TriggerTest, ActiveFencesJoinTheFenceTableAndReplaceById) {
     EXPECT_TRUE(ActiveFence::remove("unknown"));
     EXPECT_TRUE(ActiveFence::remove("4'2"));
     EXPECT_EQ(ActiveFence::getActiveFences().size(), 1u);
-    EXPECT_TRUE(ActiveFence::removeAll());
-    EXPECT_TRUE(ActiveFence::getActiveFences().empty());
 }
 
 } // namespace
