@@ -154,7 +154,6 @@ def test_replay_returns_triggers_and_summary(tmp_path, server):
                       f"database: {s.database}")
     assert s.fixes_accepted >= 3
 
-    # Fixes given as tuples, and a second replay in the same process.
     # Fixes given as tuples, a second replay in the same process, and no folder given:
     # a temporary one, gone afterwards.
     again = bvgeo.replay([(FENCE_LAT, east(m), T0 + s) for m, s in WALK], app_id="py", api_base=server + "api/v1/app/",
@@ -246,7 +245,7 @@ def test_a_callback_that_raises_is_logged_and_the_library_goes_on(data_dir, serv
     assert any("Python trigger callback raised RuntimeError: host bug on linger" in line for line in lines)
 
 
-def test_calls_in_the_wrong_order(data_dir, server):
+def test_calls_in_the_wrong_order(data_dir):
     lines = []
     with bvgeo.Tracker(data_dir, main_queue=bvgeo.MainQueue.VIRTUAL_TIME, console=lines.append) as tracker:
         # As the facade: start before configure logs and starts nothing; Python raises.
@@ -261,27 +260,12 @@ def test_calls_in_the_wrong_order(data_dir, server):
         # Functions of another main-queue mode.
         with pytest.raises(bvgeo.StateError, match="host main-queue mode"):
             tracker.run_main_queue()
-        # A callback may not pump virtual time.
-        refused = []
-
-        def pump(trigger):
-            try:
-                tracker.settle()
-            except bvgeo.StateError as error:
-                refused.append(str(error))
-
-        tracker.set_environment_urls(bvgeo.Environment.DEVELOPMENT, server + "api/v1/app/", server)
-        tracker.configure("py", environment=bvgeo.Environment.DEVELOPMENT)
-        tracker.on_trigger = pump
-        assert tracker.start()
-        tracker.push_location(FENCE_LAT, east(0), time=T0 + 10)
-        assert refused and "inside a trigger callback" in refused[0]
     with pytest.raises(bvgeo.StateError):
         tracker.device_id
     assert bvgeo.version() == "1.3.0"
 
 
-def test_tracks_are_read_from_gpx_and_csv_in_time_order(tmp_path):
+def test_tracks_are_read_in_time_order_with_what_the_file_says_of_each_fix(tmp_path):
     csv = tmp_path / "walk.csv"
     csv.write_text("Time,Lat,Lon,speed\n"
                    "2014-05-13T16:53:20Z,51.5,0.1,3\n"
@@ -298,6 +282,23 @@ def test_tracks_are_read_from_gpx_and_csv_in_time_order(tmp_path):
     nmea.write_text("$GPGLL,5950.000,N,02330.000,E,095559,A*2C\n")
     with pytest.raises(bvgeo.TrackError, match="NMEA"):
         bvgeo.read_track(nmea)
+    # What the file says of each fix's quality comes through.
+    csv_file = tmp_path / "sensor.csv"
+    csv_file.write_text("timestamp_utc,lat,lon,hdop,mode,sats_used,speed_mps\n"
+                        "2026-02-02T19:37:37.000Z,60.37,25.24,1.4,3,6,0.5\n"
+                        "2026-02-02T19:37:38Z,60.37,25.24,,1,0,\n"          # no fix: skipped
+                        "2026-02-02T21:37:39.5+02:00,60.37,25.24,4.0,2,5,x\n")
+    fixes, skipped = bvgeo.read_track(csv_file)
+    assert skipped == 1
+    assert [(f.hdop, f.mode, f.satellites_used, f.speed) for f in fixes] == [
+        (1.4, bvgeo.FixMode.THREE_D, 6, 0.5), (4.0, bvgeo.FixMode.TWO_D, 5, -1.0)]
+    assert fixes[1].time - fixes[0].time == 2.5
+    gpx = tmp_path / "walk.gpx"
+    gpx.write_text('<gpx xmlns="http://www.topografix.com/GPX/1/1"><trk><trkseg>'
+                   '<trkpt lat="51" lon="0"><time>2014-05-10T07:20:55Z</time><fix>2d</fix><pdop>3</pdop>'
+                   '<extensions><accuracy>12</accuracy></extensions></trkpt></trkseg></trk></gpx>')
+    (fix,), _ = bvgeo.read_track(gpx)
+    assert (fix.mode, fix.hdop, fix.accuracy) == (bvgeo.FixMode.TWO_D, 3.0, 12.0)
 
 
 def reports_at(server, device):
@@ -349,7 +350,7 @@ def test_a_preloaded_zone_cache_answers_while_the_zone_server_cannot_be_reached(
     (zones / "zone_51500_100.json").write_text(
         '{"fences":[{"_id":"py-1","name":"Harbour Square","location":{"type":"Point","coordinates":[0.1,51.5]},'
         '"radius":200}]}')
-    options = bvgeo.ExtendedOptions(zone_cache=8, prefetch_distance=500.0)
+    options = bvgeo.ExtendedOptions(zone_cache=8, prefetch_distance=500.0, polygon_fences=True)
     # Nothing listens on port 9 of the loopback: every zone request fails.
     result = bvgeo.replay([(FENCE_LAT, east(m), T0 + s) for m, s in WALK], app_id="py",
                           api_base=server + "api/v1/app/", assets_base="http://127.0.0.1:9/",
@@ -362,7 +363,8 @@ def test_a_preloaded_zone_cache_answers_while_the_zone_server_cannot_be_reached(
             tracker.preload_zones(tmp_path / "shipped")
         tracker.configure("py")
         tracker.extended_options = options
-        assert (tracker.extended_options.zone_cache, tracker.extended_options.prefetch_distance) == (8, 500.0)
+        back = tracker.extended_options
+        assert (back.zone_cache, back.prefetch_distance, back.polygon_fences) == (8, 500.0, True)
         assert tracker.preload_zones(tmp_path / "shipped") == (1, 0)
 
 
@@ -383,30 +385,3 @@ def test_robust_triggers_hold_the_fence_against_rim_noise_and_2d_fixes(data_dir,
                 (340, 260, three_d), (350, 270, three_d)]:                   # the exit, confirmed
             tracker.push_location(FENCE_LAT, east(metres), time=T0 + seconds, **quality)
     assert [(t.event, t.timestamp - T0) for t in received] == [("enter", 10), ("exit", 270)]
-
-
-def test_tracks_keep_what_the_file_says_of_each_fix(tmp_path):
-    csv_file = tmp_path / "sensor.csv"
-    csv_file.write_text("timestamp_utc,lat,lon,hdop,mode,sats_used,speed_mps\n"
-                        "2026-02-02T19:37:37.000Z,60.37,25.24,1.4,3,6,0.5\n"
-                        "2026-02-02T19:37:38Z,60.37,25.24,,1,0,\n"          # no fix: skipped
-                        "2026-02-02T21:37:39.5+02:00,60.37,25.24,4.0,2,5,x\n")
-    fixes, skipped = bvgeo.read_track(csv_file)
-    assert skipped == 1
-    assert [(f.hdop, f.mode, f.satellites_used, f.speed) for f in fixes] == [
-        (1.4, bvgeo.FixMode.THREE_D, 6, 0.5), (4.0, bvgeo.FixMode.TWO_D, 5, -1.0)]
-    assert fixes[1].time - fixes[0].time == 2.5
-    gpx = tmp_path / "walk.gpx"
-    gpx.write_text('<gpx xmlns="http://www.topografix.com/GPX/1/1"><trk><trkseg>'
-                   '<trkpt lat="51" lon="0"><time>2014-05-10T07:20:55Z</time><fix>2d</fix><pdop>3</pdop>'
-                   '<extensions><accuracy>12</accuracy></extensions></trkpt></trkseg></trk></gpx>')
-    (fix,), _ = bvgeo.read_track(gpx)
-    assert (fix.mode, fix.hdop, fix.accuracy) == (bvgeo.FixMode.TWO_D, 3.0, 12.0)
-
-
-def test_polygon_fences_option_reaches_the_library_and_comes_back(data_dir, server):
-    with open_host(data_dir, server) as tracker:
-        assert tracker.extended_options.polygon_fences is False
-        tracker.extended_options = bvgeo.ExtendedOptions(polygon_fences=True, fence_listing_limit=2)
-        back = tracker.extended_options
-        assert back.polygon_fences is True and back.fence_listing_limit == 2

@@ -23,7 +23,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <random>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -153,30 +152,6 @@ TEST_F(ReplayTest, ThreeHoursInVirtualTimeLingerEveryLingerTimeUntilMaxThenExitA
     EXPECT_EQ(summaryLine["requests"]["sent"], events.size());
 }
 
-TEST_F(ReplayTest, FailedReportsWaitForRetriesUntilTheDrainTimeRunsOut) {
-    // The trigger API fails every report (zone files still come from the healthy
-    // server): reports wait in the retry list, and the drain after the last fix gives
-    // up after --drain seconds of track time with the report still queued.
-    ReferenceServerOptions failing;
-    failing.rootDirectory = (root_ / "server").string();
-    failing.triggerDatabasePath = (root_ / "failing.sqlite").string();
-    failing.failRate = 1.0;
-    ReferenceHttpServer api(failing);
-    ASSERT_TRUE(api.start(0)) << api.error();
-
-    ReplayOptions o = options(writeTrack({{0, offset(90, 1000)}, {60, offset(0, 0)}, {120, offset(0, 2)}}));
-    o.apiBase = api.apiBaseUrl();
-    o.distanceFilter = -1.0;
-    o.drain = 120;
-    std::ostringstream out;
-    ReplaySummary summary;
-    ASSERT_EQ(runReplay(o, out, &summary), 0);
-    EXPECT_EQ(summary.enter, 1u);
-    EXPECT_EQ(summary.requestsSent, 0u);
-    EXPECT_GE(summary.requestsRetried, 1u);
-    EXPECT_EQ(summary.requestsQueued, 1u);
-}
-
 TEST_F(ReplayTest, TheKentRunAgainstADownTriggerApiSendsEachReportOncePerRetryInterval) {
     const std::string examples = BVGEO_TEST_EXAMPLES_DIR;
     fs::remove_all(root_ / "server" / "demo" / "zones"); // the Kent places instead of the fixture's fence
@@ -201,47 +176,32 @@ TEST_F(ReplayTest, TheKentRunAgainstADownTriggerApiSendsEachReportOncePerRetryIn
     for (const auto& [key, count] : sends) EXPECT_LE(count, bound) << key;
     EXPECT_EQ(summary.requestsQueued, triggers) << "all still owed when the drain ends";
     EXPECT_EQ(summary.requestsSent, 0u);
+    EXPECT_GE(summary.requestsRetried, triggers) << "each waited in the retry list";
 }
 
+// The library's side of a damaged file is StorageRecoveryTest's; here, the program's:
+// the line reaches stderr and the replay goes on into the fresh file.
 TEST_F(ReplayTest, DamagedDatabaseIsMovedAsideAndTheReplayGoesOnIntoAFreshOne) {
     ReplayOptions o = options(writeTrack(homeStay()));
     o.distanceFilter = -1.0;
-    std::ostringstream first;
+    std::ostringstream first, second;
     ASSERT_EQ(runReplay(o, first, nullptr), 0);
     const fs::path device = root_ / "device";
-    const auto database = device / "BVGDatabase.sqlite";
-
-    // 4 KiB of noise over the second page, then a replay on the same data directory.
     {
-        std::fstream file(database, std::ios::in | std::ios::out | std::ios::binary);
-        std::mt19937 random(4096);
-        std::string noise(4096, '\0');
-        for (auto& byte : noise) byte = static_cast<char>(random());
+        std::fstream file(device / "BVGDatabase.sqlite", std::ios::in | std::ios::out | std::ios::binary);
         file.seekp(4096);
-        file.write(noise.data(), static_cast<std::streamsize>(noise.size()));
+        file << std::string(4096, '\x5A');
     }
-    std::ostringstream second;
     ::testing::internal::CaptureStderr();
     const int status = runReplay(o, second, nullptr);
     const std::string stderrText = ::testing::internal::GetCapturedStderr();
     ASSERT_EQ(status, 0);
-
     const auto aside = testing::filesIn(device, "BVGDatabase.corrupt-", ".sqlite");
     ASSERT_EQ(aside.size(), 1u);
-    // BVGDatabase.corrupt-<yyyyMMdd-HHmmss>.sqlite
-    EXPECT_EQ(aside[0].size(), std::string("BVGDatabase.corrupt-20140513-165320.sqlite").size());
     EXPECT_THAT(stderrText, ::testing::HasSubstr("The database file was damaged ("));
     EXPECT_THAT(stderrText,
                 ::testing::HasSubstr("moved to " + (device / aside[0]).string() + "; a new file was started"));
-
-    EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM sqlite_master WHERE type = 'table'"), "5");
-    EXPECT_EQ(sqliteScalar(database, "PRAGMA integrity_check"), "ok");
-    auto printed = lines(second.str());
-    printed.pop_back(); // the summary
-    EXPECT_EQ(printed.size(), lines(first.str()).size() - 1) << "the second run triggers as the first did";
-    EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM trigger"), std::to_string(printed.size()));
-    EXPECT_EQ(sqliteScalar(database, "SELECT count(*) FROM log WHERE category = 'GENERAL' AND instr(message, 'damaged')"),
-              "1");
+    EXPECT_EQ(lines(second.str()).size(), lines(first.str()).size()) << "the second run triggers as the first did";
 }
 
 TEST_F(ReplayTest, RowLimitsKeepTheLogAndHistoryShortAndTheSummaryWhole) {
@@ -279,6 +239,15 @@ TEST(ReplayOptionsTest, BadOptionsAreUsageErrorsThatNameTheOption) {
     EXPECT_EQ(limited.maxLogRows, 1000u);
     EXPECT_EQ(limited.maxLocationRows, 5u);
     EXPECT_EQ(limited.fenceListingLimit, 3u);
+    EXPECT_FALSE(good.triggerFilter.robustTriggers);
+    TriggerFilterOptions robust;
+    robust.robustTriggers = true;
+    EXPECT_EQ(parseReplayOptions({"t.gpx", "--robust-triggers"}).triggerFilter, robust);
+    const auto tuned = parseReplayOptions({"t.gpx", "--exit-buffer", "40", "--confirm-fixes=2", "--use-2d-fixes"});
+    EXPECT_TRUE(tuned.triggerFilter.robustTriggers) << "a tunable turns the rules on";
+    EXPECT_EQ(tuned.triggerFilter.exitBufferMetres, 40.0);
+    EXPECT_EQ(tuned.triggerFilter.confirmFixes, 2);
+    EXPECT_TRUE(tuned.triggerFilter.useTwoDimensionalFixes);
     for (const auto& [words, named] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"t.gpx", "--mode", "sometimes"}, "--mode"},
              {{"t.gpx", "--env", "7"}, "--env"},
@@ -287,6 +256,15 @@ TEST(ReplayOptionsTest, BadOptionsAreUsageErrorsThatNameTheOption) {
              {{"t.gpx", "--speed", "0"}, "--speed"},
              {{"t.gpx", "--max-log-rows", "-1"}, "--max-log-rows"},
              {{"t.gpx", "--fence-listing-limit", "three"}, "--fence-listing-limit"},
+             {{"t.gpx", "--exit-buffer", "-1"}, "--exit-buffer"},
+             {{"t.gpx", "--max-accuracy", "0"}, "--max-accuracy"},
+             {{"t.gpx", "--confirm-fixes", "0"}, "--confirm-fixes"},
+             {{"t.gpx", "--minimum-dwell", "soon"}, "--minimum-dwell"},
+             {{"t.gpx", "--offline", "1399709000,1399708800"}, "ends before it starts"},
+             {{"t.gpx", "--offline", "yesterday,today"}, "neither an ISO 8601 time"},
+             {{"t.gpx", "--offline", "1399709000"}, "expected FROM,TO"},
+             {{"t.gpx", "--preload", "zones"}, "--preload needs --zone-cache"},
+             {{"t.gpx", "--prefetch-distance", "-5", "--zone-cache", "1"}, "--prefetch-distance"},
              {{}, "TRACK"}}) {
         try {
             parseReplayOptions(words);
@@ -327,33 +305,6 @@ TEST_F(ReplayTest, StaysShowTheStandardRuleFlappingAtTheRimAndRobustTriggersHold
                           "(.|\n)*\nstay      Home \\(home\\)  2014-05-13 16:5[0-9]:[0-9]{2}Z  still inside  "
                           "2[0-9] min [0-9]{2} s\nstays:    1, 0 shorter than 2 minutes, 0 re-entries within 2 "
                           "minutes of an exit\n"));
-}
-
-TEST(ReplayOptionsTest, RobustTriggerTunablesTurnTheRulesOnAndRefuseNonsense) {
-    EXPECT_FALSE(parseReplayOptions({"t.gpx"}).triggerFilter.robustTriggers);
-    EXPECT_EQ(parseReplayOptions({"t.gpx", "--robust-triggers"}).triggerFilter,
-              [] {
-                  TriggerFilterOptions on;
-                  on.robustTriggers = true;
-                  return on;
-              }());
-    const auto tuned = parseReplayOptions({"t.gpx", "--exit-buffer", "40", "--confirm-fixes=2", "--use-2d-fixes"});
-    EXPECT_TRUE(tuned.triggerFilter.robustTriggers);
-    EXPECT_EQ(tuned.triggerFilter.exitBufferMetres, 40.0);
-    EXPECT_EQ(tuned.triggerFilter.confirmFixes, 2);
-    EXPECT_TRUE(tuned.triggerFilter.useTwoDimensionalFixes);
-    for (const auto& [words, named] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"t.gpx", "--exit-buffer", "-1"}, "--exit-buffer"},
-             {{"t.gpx", "--max-accuracy", "0"}, "--max-accuracy"},
-             {{"t.gpx", "--confirm-fixes", "0"}, "--confirm-fixes"},
-             {{"t.gpx", "--minimum-dwell", "soon"}, "--minimum-dwell"}}) {
-        try {
-            parseReplayOptions(words);
-            ADD_FAILURE() << "accepted " << named;
-        } catch (const UsageError& error) {
-            EXPECT_THAT(error.what(), ::testing::HasSubstr(named));
-        }
-    }
 }
 
 } // namespace

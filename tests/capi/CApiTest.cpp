@@ -1,6 +1,7 @@
 // The C API as a C host meets it: bad input answered with a code and a log line,
 // calls in the wrong order, and triggers arriving on the main queue in each of its
 // three modes, against a zone/trigger server on loopback.
+#include "support/FaultyServer.hpp"
 #include "support/LoopbackServer.hpp"
 #include "support/TempDir.hpp"
 
@@ -9,11 +10,8 @@
 
 #include <bvgeo/bvgeo.h>
 
-#include <cstring>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
 
 #include <chrono>
 #include <cmath>
@@ -186,21 +184,18 @@ TEST_F(CApiTest, BadInputIsAnErrorCodeAndALogLineAndChangesNothing) {
     // Parameters out of range leave the configuration as it was.
     bvgeo_parameters before, p;
     ASSERT_EQ(bvgeo_get_parameters(tracker_, &before), BVGEO_OK);
-    bvgeo_parameters_init(&p);
-    p.zone_interval = 0;
-    expectRefused(bvgeo_set_parameters(tracker_, &p), invalid, "zone_interval 0");
-    bvgeo_parameters_init(&p);
-    p.accuracy = nan;
-    expectRefused(bvgeo_set_parameters(tracker_, &p), invalid, "accuracy nan");
-    bvgeo_parameters_init(&p);
-    p.linger_time = -5;
-    expectRefused(bvgeo_set_parameters(tracker_, &p), invalid, "linger_time -5");
-    bvgeo_parameters_init(&p);
-    p.request_retry_interval = std::numeric_limits<double>::infinity();
-    expectRefused(bvgeo_set_parameters(tracker_, &p), invalid, "request_retry_interval inf");
-    bvgeo_parameters_init(&p);
-    p.version = 7;
-    expectRefused(bvgeo_set_parameters(tracker_, &p), invalid, "parameters->version 7");
+    const std::pair<void (*)(bvgeo_parameters&), const char*> badParameters[] = {
+        {[](bvgeo_parameters& q) { q.zone_interval = 0; }, "zone_interval 0"},
+        {[](bvgeo_parameters& q) { q.accuracy = std::numeric_limits<double>::quiet_NaN(); }, "accuracy nan"},
+        {[](bvgeo_parameters& q) { q.linger_time = -5; }, "linger_time -5"},
+        {[](bvgeo_parameters& q) { q.request_retry_interval = std::numeric_limits<double>::infinity(); },
+         "request_retry_interval inf"},
+        {[](bvgeo_parameters& q) { q.version = 7; }, "parameters->version 7"}};
+    for (const auto& [spoil, named] : badParameters) {
+        bvgeo_parameters_init(&p);
+        spoil(p);
+        expectRefused(bvgeo_set_parameters(tracker_, &p), invalid, named);
+    }
     bvgeo_parameters after;
     ASSERT_EQ(bvgeo_get_parameters(tracker_, &after), BVGEO_OK);
     EXPECT_EQ(after.zone_interval, before.zone_interval);
@@ -391,55 +386,27 @@ TEST_F(CApiTest, HostServedMainQueueCallsBackOnTheHostsThread) {
     EXPECT_EQ(log_.callbackThreads.back(), runner);
 }
 
-TEST_F(CApiTest, PolygonFencesComeWithVersionTwoAndAVersionOneStructIsStillTaken) {
+// Every option reaches the facade and comes back; a host built against version 1
+// of the struct knows nothing past fence_listing_limit: nothing there is read or
+// written, and what it sets is the whole record, the fields it does not know at
+// their defaults.
+TEST_F(CApiTest, OptionsRoundTripAndVersionOneStructsAreReadAndWrittenOnlyToTheirEnd) {
     open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
     bvgeo_extended_options set;
     bvgeo_extended_options_init(&set);
-    EXPECT_EQ(set.version, 2u);
-    EXPECT_EQ(set.polygon_fences, 0);
-    set.polygon_fences = 1;
-    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &set), BVGEO_OK);
-    bvgeo_extended_options got;
-    got.version = BVGEO_EXTENDED_OPTIONS_VERSION;
-    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
-    EXPECT_EQ(got.polygon_fences, 1);
-    set.polygon_fences = 2;
-    expectRefused(bvgeo_set_extended_options(tracker_, &set), BVGEO_ERR_INVALID_ARGUMENT, "polygon_fences 2");
-
-    // A host built against version 1 knows nothing past fence_listing_limit: nothing
-    // there is read or written, and what it sets is the whole record, the fields it
-    // does not know at their defaults (polygon fences off).
-    bvgeo_extended_options old;
-    std::memset(&old, 0xAB, sizeof old);
-    bvgeo_extended_options_init(&old);
-    old.version = 1;
-    old.fence_listing_limit = 4;
-    old.polygon_fences = 99; // past the end of a version-1 struct
-    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &old), BVGEO_OK);
-    std::memset(&got, 0xAB, sizeof got);
-    got.version = 1;
-    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
-    EXPECT_EQ(got.fence_listing_limit, 4u);
-    EXPECT_EQ(got.polygon_fences, static_cast<int>(0xABABABAB));
-    got.version = 2;
-    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
-    EXPECT_EQ(got.polygon_fences, 0);
-}
-
-TEST_F(CApiTest, OptionsRoundTripThroughTheFacade) {
-    open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
-    bvgeo_extended_options set;
-    bvgeo_extended_options_init(&set);
-    EXPECT_EQ(set.durable_delivery, 0);
-    EXPECT_EQ(set.outbox_max_reports, 10'000u);
     set.durable_delivery = 1;
     set.outbox_max_reports = 5;
     set.outbox_max_age_seconds = 60;
     set.max_log_rows = 100;
     set.max_location_rows = 200;
     set.fence_listing_limit = 3;
-    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &set), BVGEO_OK);
+    set.zone_cache = 4;
+    set.prefetch_distance = 250;
+    set.robust_triggers = 1;
+    set.polygon_fences = 1;
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &set), BVGEO_OK) << bvgeo_last_error();
     bvgeo_extended_options got;
+    bvgeo_extended_options_init(&got);
     ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
     EXPECT_EQ(got.durable_delivery, 1);
     EXPECT_EQ(got.outbox_max_reports, 5u);
@@ -447,6 +414,34 @@ TEST_F(CApiTest, OptionsRoundTripThroughTheFacade) {
     EXPECT_EQ(got.max_log_rows, 100u);
     EXPECT_EQ(got.max_location_rows, 200u);
     EXPECT_EQ(got.fence_listing_limit, 3u);
+    EXPECT_EQ(got.zone_cache, 4u);
+    EXPECT_EQ(got.prefetch_distance, 250.0);
+    EXPECT_EQ(got.robust_triggers, 1);
+    EXPECT_EQ(got.polygon_fences, 1);
+    set.polygon_fences = 2;
+    expectRefused(bvgeo_set_extended_options(tracker_, &set), BVGEO_ERR_INVALID_ARGUMENT, "polygon_fences 2");
+
+    bvgeo_extended_options old;
+    std::memset(&old, 0xAB, sizeof old);
+    bvgeo_extended_options_init(&old);
+    old.version = 1;
+    old.fence_listing_limit = 4;
+    old.zone_cache = 99; // past the end of a version-1 struct
+    old.robust_triggers = 99;
+    old.polygon_fences = 99;
+    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &old), BVGEO_OK) << bvgeo_last_error();
+    std::memset(&got, 0xAB, sizeof got);
+    got.version = 1;
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
+    EXPECT_EQ(got.fence_listing_limit, 4u);
+    EXPECT_EQ(got.zone_cache, 0xABABABABABABABABu) << "nothing written past a version-1 struct";
+    EXPECT_EQ(got.robust_triggers, static_cast<int>(0xABABABAB));
+    EXPECT_EQ(got.polygon_fences, static_cast<int>(0xABABABAB));
+    got.version = BVGEO_EXTENDED_OPTIONS_VERSION;
+    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
+    EXPECT_EQ(got.zone_cache, 0u);
+    EXPECT_EQ(got.robust_triggers, 0);
+    EXPECT_EQ(got.polygon_fences, 0);
 
     bvgeo_parameters p;
     bvgeo_parameters_init(&p);
@@ -457,12 +452,8 @@ TEST_F(CApiTest, OptionsRoundTripThroughTheFacade) {
     bvgeo_parameters back;
     ASSERT_EQ(bvgeo_get_parameters(tracker_, &back), BVGEO_OK);
     EXPECT_EQ(back.accuracy, BVGEO_ACCURACY_BEST);
-    // The rest as the tracker started: init gives the starting configuration.
-    EXPECT_EQ(back.distance_filter, 30.0);
     EXPECT_EQ(back.cache_expiration, 60);
-    EXPECT_EQ(back.zone_interval, 0.2);
     EXPECT_EQ(back.max_linger_time, 900);
-    EXPECT_EQ(back.request_retry_interval, 30.0);
 
     char *api = nullptr, *assets = nullptr;
     ASSERT_EQ(bvgeo_set_environment_urls(tracker_, BVGEO_ENVIRONMENT_QA, "http://h/api/v1/app/", nullptr), BVGEO_OK);
@@ -501,7 +492,7 @@ TEST_F(CApiTest, CloseSendsWhatIsOwedAndTellsWhatIsLost) {
     // A trigger API that refuses connections: reports are lost, and close says so,
     // unless durable delivery keeps them.
     for (int durable : {0, 1}) {
-        bvgeo::testing::RefusingPort refusing;
+        bvgeo::testing::FaultyServer refusing(bvgeo::testing::FaultyServer::Mode::Refuse);
         open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
         bvgeo_extended_options extended;
         bvgeo_extended_options_init(&extended);
@@ -536,24 +527,10 @@ TEST(CApiFixTime, SecondsSince1970OrNowAndNeverBehindTheVirtualClock) {
     EXPECT_THAT(*virtualFixProblem(kT0 - 1, kT0, true), HasSubstr("before the virtual clock"));
 }
 
-// Zone cache: version-1 option structs still work, and a preloaded zone answers
-// while the zone server fails.
-TEST_F(CApiTest, ZoneCacheOptionsKeepVersionOneStructsWholeAndPreloadedZonesAnswer) {
+// A preloaded zone answers while the zone server fails.
+TEST_F(CApiTest, PreloadedZonesAnswerWhileTheZoneServerFails) {
     open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
     bvgeo_extended_options options;
-    bvgeo_extended_options_init(&options);
-    EXPECT_EQ(options.version, 2u);
-    EXPECT_EQ(options.zone_cache, 0u);
-    options.version = 1;
-    options.zone_cache = 99; // past the end of a version-1 struct: never read
-    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &options), BVGEO_OK);
-    std::memset(&options, 0xAB, sizeof options);
-    options.version = 1;
-    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &options), BVGEO_OK);
-    EXPECT_EQ(options.version, 1u);
-    EXPECT_EQ(options.durable_delivery, 0);
-    EXPECT_EQ(options.zone_cache, 0xABABABABABABABABu) << "nothing written past a version-1 struct";
-
     bvgeo_extended_options_init(&options);
     options.zone_cache = 4;
     options.prefetch_distance = -1;
@@ -574,11 +551,6 @@ TEST_F(CApiTest, ZoneCacheOptionsKeepVersionOneStructsWholeAndPreloadedZonesAnsw
     startHost(300);
     EXPECT_EQ(bvgeo_preload_zones(tracker_, shipped.c_str(), &loaded, &skipped), BVGEO_ERR_STATE);
     ASSERT_EQ(bvgeo_set_extended_options(tracker_, &options), BVGEO_OK);
-    bvgeo_extended_options got;
-    bvgeo_extended_options_init(&got);
-    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
-    EXPECT_EQ(got.zone_cache, 4u);
-    EXPECT_EQ(got.prefetch_distance, 250.0);
     expectRefused(bvgeo_preload_zones(tracker_, dir_.path().string().c_str(), &loaded, &skipped), BVGEO_ERR_IO,
                   "no zone files of app id 'capi'");
     ASSERT_EQ(bvgeo_preload_zones(tracker_, shipped.c_str(), &loaded, &skipped), BVGEO_OK) << bvgeo_last_error();
@@ -590,33 +562,15 @@ TEST_F(CApiTest, ZoneCacheOptionsKeepVersionOneStructsWholeAndPreloadedZonesAnsw
     EXPECT_THAT(log_.triggers, ::testing::ElementsAre("enter quay-1 Quay regular"));
 }
 
-// Robust triggers from C: the version-2 fields, version-1 structs still served,
-// and fixes with their quality.
+// Robust triggers from C: their options and fixes with their quality.
 TEST_F(CApiTest, RobustTriggerOptionsAndFixQualityReachTheLibrary) {
     open(BVGEO_MAIN_QUEUE_VIRTUAL_TIME);
     bvgeo_extended_options set;
     bvgeo_extended_options_init(&set);
-    EXPECT_EQ(set.version, 2u);
-    EXPECT_EQ(set.robust_triggers, 0);
     set.robust_triggers = 1;
     set.confirm_fixes = 2;
     set.confirm_seconds = 5;
     ASSERT_EQ(bvgeo_set_extended_options(tracker_, &set), BVGEO_OK) << bvgeo_last_error();
-
-    // A host built against version 1 sees and sets only what it knows of.
-    bvgeo_extended_options old;
-    std::memset(&old, 0xAB, sizeof old);
-    old.version = 1;
-    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &old), BVGEO_OK);
-    EXPECT_EQ(old.outbox_max_reports, 10'000u);
-    EXPECT_EQ(old.robust_triggers, static_cast<int>(0xABABABAB)) << "past the end of a version-1 struct";
-    old.max_log_rows = 50;
-    ASSERT_EQ(bvgeo_set_extended_options(tracker_, &old), BVGEO_OK) << bvgeo_last_error();
-    bvgeo_extended_options got;
-    bvgeo_extended_options_init(&got);
-    ASSERT_EQ(bvgeo_get_extended_options(tracker_, &got), BVGEO_OK);
-    EXPECT_EQ(got.max_log_rows, 50u);
-    EXPECT_EQ(got.robust_triggers, 0) << "a version-1 set leaves the robust rules at their defaults";
 
     set.exit_buffer_metres = std::nan("");
     expectRefused(bvgeo_set_extended_options(tracker_, &set), BVGEO_ERR_INVALID_ARGUMENT, "exit_buffer_metres");

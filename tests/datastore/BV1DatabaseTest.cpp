@@ -62,12 +62,6 @@ TEST_F(BV1DatabaseTest, NewFileCarriesTheVersionOneSchemaInWalMode) {
     EXPECT_THAT(sqliteRows(path, "SELECT \"unique\" FROM pragma_index_list('activeFences')"), ElementsAre("1"));
     EXPECT_THAT(sqliteRows(path, "PRAGMA user_version"), ElementsAre("1"));
     EXPECT_THAT(sqliteRows(path, "PRAGMA journal_mode"), ElementsAre("wal"));
-
-    // No schema text exists beyond version 1.
-    const auto before = sqliteRows(path, "SELECT sql FROM sqlite_master");
-    database.createMigratedDatabase(2);
-    EXPECT_EQ(sqliteRows(path, "SELECT sql FROM sqlite_master"), before);
-    EXPECT_EQ(database.getDatabaseVersion(), 1);
 }
 
 TEST_F(BV1DatabaseTest, MoveAndRenameArchivesTheFileAndStartsAFreshOne) {
@@ -105,19 +99,6 @@ TEST_F(BV1DatabaseTest, MoveAndRenameArchivesTheFileAndStartsAFreshOne) {
     other.moveAndRenameDatabase("other-archive");
     EXPECT_THAT(sim().console->printedLines(), ElementsAre("File not found"));
     EXPECT_FALSE(other.checkIfNewFileExists("other-archive"));
-}
-
-TEST_F(BV1DatabaseTest, RemoveDatabaseDeletesTheFileAndItsRows) {
-    ASSERT_TRUE(Log::save(logRow("doomed")));
-    const auto path = BV1Database().path();
-
-    BV1Database::removeDatabase();
-    EXPECT_THAT(sim().console->printedLines(), ElementsAre("Remove Database successful"));
-    EXPECT_FALSE(exists(path));
-    EXPECT_FALSE(exists(path + "-wal"));
-
-    EXPECT_TRUE(storedMessages().empty());
-    EXPECT_TRUE(exists(path));
 }
 
 TEST_F(BV1DatabaseTest, UnusableLocationFailsQuietlyWithOneConsoleLine) {

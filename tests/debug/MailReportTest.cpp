@@ -2,7 +2,7 @@
 #include "debug/MimeMessage.hpp"
 #include "debug/SmtpSender.hpp"
 
-#include "support/LoopbackServer.hpp"
+#include "support/FaultyServer.hpp"
 #include "support/SmtpSink.hpp"
 
 #include <bvgeo/testing/TestPlatform.hpp>
@@ -256,7 +256,7 @@ TEST(MailReport, SendMailExplainsFailuresWithoutHanging) {
     SmtpSink silent(true);
     EXPECT_THAT(sendMail({silent.url(), "a@example.com", {"b@example.com"}, "", "", 1}, "x\r\n").value_or(""),
                 HasSubstr("Timeout"));
-    const RefusingPort closed;
+    const FaultyServer closed(FaultyServer::Mode::Refuse);
     const auto refused = sendMail({"smtp://127.0.0.1:" + std::to_string(closed.port()), "a@example.com",
                                    {"b@example.com"}, "", "", 5}, "x\r\n");
     ASSERT_TRUE(refused.has_value());

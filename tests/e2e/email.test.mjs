@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { copyFile, mkdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
-import { OUTPUT_DIR, SKIP_REAL, eventually, openPage, parseMail, sqliteFiles, startConsole, startSmtpSink, useFixtureAndBrowser } from './support.mjs';
+import { OUTPUT_DIR, SKIP_REAL, eventually, openConsole, parseMail, sqliteFiles, startSmtpSink, useFixtureAndBrowser } from './support.mjs';
 
 const FROM = 'console@e2e.test';
 const TO = 'team@e2e.test';
@@ -21,13 +21,9 @@ async function dataDirWithArchive() {
 }
 
 async function openLog(t, dataDir, extra = []) {
-  const consoleProcess = await startConsole(dataDir, extra);
-  t.after(() => consoleProcess.stop());
-  const { context, page, offsite } = await openPage(run.browser);
-  t.after(() => context.close());
-  await page.goto(`${consoleProcess.url}log`);
-  await page.waitForFunction(() => document.getElementById('log').textContent !== '');
-  return { consoleProcess, page, offsite };
+  const opened = await openConsole(t, run.browser, dataDir, { pagePath: 'log', extra });
+  await opened.page.waitForFunction(() => document.getElementById('log').textContent !== '');
+  return opened;
 }
 
 async function assertReport(raw, dataDir) {

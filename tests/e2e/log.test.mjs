@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { copyFile, mkdtemp, readFile } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
-import { SKIP_REAL, eventually, newestFirstText, openPage, readLogs, screenshot, sqliteFiles, startConsole, useFixtureAndBrowser } from './support.mjs';
+import { SKIP_REAL, eventually, newestFirstText, openConsole, readLogs, screenshot, sqliteFiles, useFixtureAndBrowser } from './support.mjs';
 
 const FILTERS = ['NONE', 'FENCE', 'ZONE', 'GENERAL', 'LOCATION', 'REQUESTS', 'TRIGGER', 'CLIENT'];
 
@@ -13,12 +13,7 @@ const run = useFixtureAndBrowser();
 
 async function openLog(t) {
   const dataDir = await run.fixture.dataDir();
-  const consoleProcess = await startConsole(dataDir);
-  t.after(() => consoleProcess.stop());
-  const { context, page, offsite, errors } = await openPage(run.browser);
-  t.after(() => context.close());
-  await page.goto(`${consoleProcess.url}log`);
-  return { dataDir, page, offsite, errors };
+  return { dataDir, ...(await openConsole(t, run.browser, dataDir, { pagePath: 'log' })) };
 }
 
 const logText = (page) => page.locator('#log').textContent();

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import http from 'node:http';
 import { test } from 'node:test';
-import { EARLIER, FENCES, SKIP_REAL, eventually, openPage, screenshot, startConsole, useFixtureAndBrowser } from './support.mjs';
+import { EARLIER, FENCES, SKIP_REAL, eventually, openConsole, screenshot, useFixtureAndBrowser } from './support.mjs';
 
 const ZONE_CORNERS = [[-23.6, -46.7], [-23.6, -46.6], [-23.5, -46.6], [-23.5, -46.7]];
 const TITLES = FENCES.map((f) => `${f.name} - ${f.radius}m`).sort();
@@ -11,11 +11,7 @@ const TITLES = FENCES.map((f) => `${f.name} - ${f.radius}m`).sort();
 const run = useFixtureAndBrowser();
 
 async function openMap(t, extra = []) {
-  const consoleProcess = await startConsole(await run.fixture.dataDir(), extra);
-  t.after(() => consoleProcess.stop());
-  const opened = await openPage(run.browser);
-  t.after(() => opened.context.close());
-  return { consoleProcess, ...opened };
+  return openConsole(t, run.browser, await run.fixture.dataDir(), { extra });
 }
 
 function drawn(page, more = 0) {

@@ -227,6 +227,17 @@ export async function openPage(browser, { viewport = { width: 1100, height: 750 
   return { context, page, offsite, errors };
 }
 
+// Starts `bvgeo console` on `dataDir` and a fresh page, both ended with the test,
+// and opens `pagePath` of the console when given.
+export async function openConsole(t, browser, dataDir, { pagePath, extra = [] } = {}) {
+  const consoleProcess = await startConsole(dataDir, extra);
+  t.after(() => consoleProcess.stop());
+  const opened = await openPage(browser);
+  t.after(() => opened.context.close());
+  if (pagePath !== undefined) await opened.page.goto(`${consoleProcess.url}${pagePath}`);
+  return { consoleProcess, ...opened };
+}
+
 export async function screenshot(page, name) {
   await mkdir(OUTPUT_DIR, { recursive: true });
   await page.screenshot({ path: path.join(OUTPUT_DIR, name), fullPage: true });

@@ -15,6 +15,10 @@ using nlohmann::json;
 
 class FenceTest : public LibraryTest {};
 
+std::shared_ptr<Fence> make(const std::string& id) {
+    return std::make_shared<Fence>(id, id, 1.0, 1.0, 10.0, std::vector<std::string>{}, true);
+}
+
 TEST_F(FenceTest, ZoneFileObjectsBecomeFencesOrAreRejected) {
     auto fence = Fence::fenceFromJson(json::parse(R"({"_id":"f1","name":"Shop","radius":100,
         "location":{"type":"Point","coordinates":[-46.6,-23.5]},"content_ids":["a",7,"b"],"extra":1})"));
@@ -71,9 +75,6 @@ TEST_F(FenceTest, StoredFencesReadBackAsTheyWereIncludingQuotes) {
 }
 
 TEST_F(FenceTest, KeptEarlierZonesStayMarkedNotCurrentOtherwiseTheTableIsEmptied) {
-    auto make = [](std::string id) {
-        return std::make_shared<Fence>(id, id, 1.0, 1.0, 10.0, std::vector<std::string>{}, true);
-    };
     ASSERT_TRUE(Fence::saveFenceList({make("a"), make("b")}, true));
     ASSERT_TRUE(Fence::saveFenceList({make("b"), make("c")}, true));
     auto ids = [](const std::vector<std::shared_ptr<Fence>>& list) {
@@ -89,9 +90,6 @@ TEST_F(FenceTest, KeptEarlierZonesStayMarkedNotCurrentOtherwiseTheTableIsEmptied
 }
 
 TEST_F(FenceTest, AZoneFileIsStoredWholeOrNotAtAll) {
-    auto make = [](std::string id) {
-        return std::make_shared<Fence>(id, id, 1.0, 1.0, 10.0, std::vector<std::string>{}, true);
-    };
     ASSERT_TRUE(Fence::saveFenceList({make("old")}, true));
     ASSERT_TRUE(BV1Database::executeStatements(
         "CREATE TRIGGER refuse BEFORE INSERT ON fence WHEN NEW.id = 'bad' BEGIN SELECT RAISE(ABORT, 'no'); END;"));

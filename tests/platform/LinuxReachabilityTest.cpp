@@ -1,6 +1,7 @@
 #include "platform/SharedInstance.hpp"
 
 #include "support/LibraryTest.hpp"
+#include "support/FaultyServer.hpp"
 #include "support/LoopbackServer.hpp"
 
 #include "platform/linux/LinuxReachability.hpp"
@@ -127,7 +128,7 @@ TEST_F(LinuxReachabilityTest, ProbeCountsOnlyADirect200) {
     EXPECT_EQ(seen[0].method, "HEAD");
     EXPECT_EQ(seen[0].header("Cache-Control"), "no-cache");
 
-    RefusingPort refusing;
+    FaultyServer refusing(FaultyServer::Mode::Refuse);
     EXPECT_FALSE(probe(refusing.url("/")));
     EXPECT_FALSE(probe("ftp://127.0.0.1/")) << "only http and https are probed";
 }

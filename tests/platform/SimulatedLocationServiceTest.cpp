@@ -100,35 +100,11 @@ TEST(SimulatedLocationService, AFixOfOneKindReachesOnlyThatKindOfDelivery) {
     EXPECT_EQ(st.batches.size(), 1u);
 }
 
-TEST(SimulatedLocationService, RecordsSettingsAndDeliversOnlyToRunningManagersWithADelegate) {
+TEST(SimulatedLocationService, DeliversOnlyToRunningManagersWithADelegate) {
     SimulatedLocationService service;
-    service.setSupportsBackgroundUpdates(false);
     auto m = service.makeLocationManager();
     Recorder r;
     m->setDelegate(&r);
-    m->setActivityType(ActivityType::Fitness);
-    m->setDesiredAccuracy(kLocationAccuracyBest);
-    m->setDistanceFilter(25.0);
-    m->setPausesLocationUpdatesAutomatically(false);
-    m->setAllowsBackgroundLocationUpdates(true);
-    m->requestAlwaysAuthorization();
-    m->requestAlwaysAuthorization();
-    m->allowDeferredLocationUpdates(kLocationDistanceMax, 30.0);
-    EXPECT_FALSE(m->supportsBackgroundLocationUpdates());
-
-    auto state = service.managerStates().at(0);
-    EXPECT_TRUE(state.hasDelegate);
-    EXPECT_EQ(state.activityType, ActivityType::Fitness);
-    EXPECT_EQ(state.desiredAccuracy, kLocationAccuracyBest);
-    EXPECT_EQ(state.distanceFilter, 25.0);
-    EXPECT_EQ(state.pausesLocationUpdatesAutomatically, false);
-    EXPECT_EQ(state.allowsBackgroundLocationUpdates, true);
-    EXPECT_EQ(state.authorizationRequests, 2);
-    EXPECT_EQ(state.deferredRequests, 1);
-    EXPECT_EQ(state.deferredDistance, kLocationDistanceMax);
-    EXPECT_EQ(state.deferredTimeout, 30.0);
-    EXPECT_FALSE(state.updatingLocation);
-
     EXPECT_EQ(service.push(1.0, 2.0, 100), 0) << "not started";
     m->startUpdatingLocation();
     m->setDelegate(nullptr);

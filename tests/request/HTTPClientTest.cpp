@@ -1,6 +1,7 @@
 #include "platform/SharedInstance.hpp"
 
 #include "support/LibraryTest.hpp"
+#include "support/FaultyServer.hpp"
 #include "support/LoopbackServer.hpp"
 
 #include "request/HTTPClient.hpp"
@@ -69,15 +70,9 @@ TEST_F(HTTPClientTest, SendsExactlyTheHeadersAndBodyTheRequestDescribes) {
     });
     EXPECT_TRUE(posted.succeeded);
     run([&](auto success, auto failure) { client().get(server.url("/plain"), std::nullopt, success, failure); });
-    run([&](auto success, auto failure) {
-        client().put(server.url("/items/1"), nlohmann::json::object(), std::nullopt, success, failure);
-    });
-    run([&](auto success, auto failure) {
-        client().del(server.url("/items/1"), nlohmann::json{{"Accept", "text/html"}}, success, failure);
-    });
 
     auto seen = server.requests();
-    ASSERT_EQ(seen.size(), 4u);
+    ASSERT_EQ(seen.size(), 2u);
     EXPECT_EQ(seen[0].method, "POST");
     EXPECT_EQ(seen[0].path, "/items");
     EXPECT_EQ(seen[0].header("Content-Type"), "application/json, text/plain");
@@ -91,12 +86,6 @@ TEST_F(HTTPClientTest, SendsExactlyTheHeadersAndBodyTheRequestDescribes) {
     EXPECT_EQ(seen[1].header("Content-Type"), std::nullopt);
     EXPECT_EQ(seen[1].header("Accept"), std::nullopt);
     EXPECT_EQ(seen[1].body, "");
-
-    EXPECT_EQ(seen[2].method, "PUT");
-    EXPECT_EQ(seen[2].body, "{}");
-    EXPECT_EQ(seen[3].method, "DELETE");
-    EXPECT_EQ(seen[3].header("Accept"), "text/html");
-    EXPECT_EQ(seen[3].header("Content-Type"), std::nullopt);
 }
 
 TEST_F(HTTPClientTest, AnyStatusWithAJsonObjectSucceedsAndOtherAnswersFail) {
@@ -145,7 +134,7 @@ TEST_F(HTTPClientTest, AnyStatusWithAJsonObjectSucceedsAndOtherAnswersFail) {
 }
 
 TEST_F(HTTPClientTest, TransportFailuresGiveAnEmptyResponseAndAConsoleLine) {
-    RefusingPort refusing;
+    FaultyServer refusing(FaultyServer::Mode::Refuse);
     auto refused = get(refusing.url("/"));
     EXPECT_FALSE(refused.succeeded);
     EXPECT_TRUE(refused.response.empty());

@@ -59,6 +59,7 @@ public:
     FaultyServer(const FaultyServer&) = delete;
     FaultyServer& operator=(const FaultyServer&) = delete;
 
+    int port() const { return port_; }
     std::string url(const std::string& path = "/") const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
 
     void setMode(Mode mode) {

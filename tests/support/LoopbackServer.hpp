@@ -10,13 +10,6 @@
 
 #include <httplib.h>
 
-#include "support/BindLoopback.hpp"
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -155,28 +148,6 @@ private:
     std::vector<SeenRequest> seen_;
     Handler handler_;
     bool held_ = false;
-};
-
-// A loopback port that is bound but never listening: connecting to it is refused,
-// and no other process can start listening there while this object lives.
-class RefusingPort {
-public:
-    RefusingPort() {
-        fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        port_ = bindLoopback(fd_);
-    }
-    ~RefusingPort() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    RefusingPort(const RefusingPort&) = delete;
-    RefusingPort& operator=(const RefusingPort&) = delete;
-
-    int port() const { return port_; }
-    std::string url(const std::string& path = "/") const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
-
-private:
-    int fd_ = -1;
-    int port_ = 0;
 };
 
 } // namespace bvgeo::testing
